@@ -1,7 +1,7 @@
 #pragma once
 
-#include <windows.h>
 #include <unknwn.h>
+#include <windows.h>
 
 namespace corvid::server {
 

@@ -57,8 +57,7 @@ HRESULT DeleteTree(const std::wstring& key) {
 
 HRESULT DeletePlugInValue(const std::wstring& clsid) {
     win::RegKey plugIns;
-    LONG status =
-        ::RegOpenKeyExW(HKEY_CLASSES_ROOT, kPlugInsKey, 0, KEY_SET_VALUE, plugIns.put());
+    LONG status = ::RegOpenKeyExW(HKEY_CLASSES_ROOT, kPlugInsKey, 0, KEY_SET_VALUE, plugIns.put());
     if (status == ERROR_SUCCESS) {
         status = ::RegDeleteValueW(plugIns.get(), clsid.c_str());
     }
@@ -123,7 +122,9 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     return corvid::server::GetClassFactory(clsid, iid, object);
 }
 
-STDAPI DllCanUnloadNow() { return corvid::server::ModuleLockCount() == 0 ? S_OK : S_FALSE; }
+STDAPI DllCanUnloadNow() {
+    return corvid::server::ModuleLockCount() == 0 ? S_OK : S_FALSE;
+}
 
 STDAPI DllRegisterServer() {
     HRESULT hr = corvid::win::ComBoundary(corvid::server::Register);
@@ -134,4 +135,6 @@ STDAPI DllRegisterServer() {
     return hr;
 }
 
-STDAPI DllUnregisterServer() { return corvid::win::ComBoundary(corvid::server::Unregister); }
+STDAPI DllUnregisterServer() {
+    return corvid::win::ComBoundary(corvid::server::Unregister);
+}

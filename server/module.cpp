@@ -8,7 +8,9 @@ volatile LONG g_locks = 0;
 
 } // namespace
 
-HMODULE ModuleHandle() { return g_module; }
+HMODULE ModuleHandle() {
+    return g_module;
+}
 
 std::wstring ModulePath() {
     std::wstring path(MAX_PATH, L'\0');
@@ -25,9 +27,15 @@ std::wstring ModulePath() {
     }
 }
 
-void LockModule() { ::InterlockedIncrement(&g_locks); }
-void UnlockModule() { ::InterlockedDecrement(&g_locks); }
-long ModuleLockCount() { return g_locks; }
+void LockModule() {
+    ::InterlockedIncrement(&g_locks);
+}
+void UnlockModule() {
+    ::InterlockedDecrement(&g_locks);
+}
+long ModuleLockCount() {
+    return g_locks;
+}
 
 } // namespace corvid::server
 

@@ -31,7 +31,9 @@ HRESULT P2PViewObject::QueryInterface(REFIID iid, void** object) {
     return S_OK;
 }
 
-ULONG P2PViewObject::AddRef() { return ::InterlockedIncrement(&references_); }
+ULONG P2PViewObject::AddRef() {
+    return ::InterlockedIncrement(&references_);
+}
 
 ULONG P2PViewObject::Release() {
     ULONG left = ::InterlockedDecrement(&references_);
@@ -81,8 +83,7 @@ HRESULT P2PViewObject::GetTypeInfo(UINT index, LCID, ITypeInfo** info) {
     return TypeInfoOf(IID_IP2PView, interfaceInfo_, info);
 }
 
-HRESULT P2PViewObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID,
-                                     DISPID* ids) {
+HRESULT P2PViewObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
     if (!IsEqualIID(iid, IID_NULL)) {
         return DISP_E_UNKNOWNINTERFACE;
     }

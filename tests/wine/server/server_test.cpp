@@ -25,7 +25,9 @@ std::wstring BesideThisProgram(const wchar_t* name) {
     return result.substr(0, result.find_last_of(L"\\/") + 1) + name;
 }
 
-std::wstring ServerPath() { return BesideThisProgram(L"Corvid.dll"); }
+std::wstring ServerPath() {
+    return BesideThisProgram(L"Corvid.dll");
+}
 
 // Runs regsvr32 silently on the server and returns its exit code.
 DWORD RunRegsvr32(bool unregister) {
@@ -53,8 +55,8 @@ DWORD RunRegsvr32(bool unregister) {
 std::optional<std::wstring> ClassesValue(const std::wstring& key, const wchar_t* name = nullptr) {
     wchar_t data[1024] = {};
     DWORD size = sizeof data;
-    LONG status = ::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name, RRF_RT_REG_SZ, nullptr, data,
-                                 &size);
+    LONG status =
+        ::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name, RRF_RT_REG_SZ, nullptr, data, &size);
     if (status != ERROR_SUCCESS) {
         return std::nullopt;
     }
@@ -111,9 +113,9 @@ TEST_F(RegisteredServer, CreatesByProgIdThroughCurVerAndSearchesThroughVtableAnd
     EXPECT_TRUE(IsEqualCLSID(independent, CLSID_P2PView));
 
     ComPtr<IP2PView> view;
-    ASSERT_EQ(::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IP2PView,
-                                 view.put_void()),
-              S_OK);
+    ASSERT_EQ(
+        ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IP2PView, view.put_void()),
+        S_OK);
 
     HMODULE server = ::GetModuleHandleW(L"Corvid.dll");
     ASSERT_NE(server, nullptr);
@@ -166,12 +168,12 @@ TEST_F(RegisteredServer, RefusesAggregationAndUnknownClasses) {
 
     corvid::win::Module server(::LoadLibraryW(ServerPath().c_str()));
     ASSERT_TRUE(server);
-    auto getClassObject = corvid::win::ProcAddress<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
-        server.get(), "DllGetClassObject");
+    auto getClassObject =
+        corvid::win::ProcAddress<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
+            server.get(), "DllGetClassObject");
     ASSERT_NE(getClassObject, nullptr);
     void* factory = reinterpret_cast<void*>(1);
-    EXPECT_EQ(getClassObject(IID_IP2PView, IID_IClassFactory, &factory),
-              CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(getClassObject(IID_IP2PView, IID_IClassFactory, &factory), CLASS_E_CLASSNOTAVAILABLE);
     EXPECT_EQ(factory, nullptr) << "out-parameters are cleared first";
 }
 
