@@ -1,7 +1,13 @@
 #include "search/tag_scanner.h"
 
+#include <bit>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace corvid {
 namespace {
@@ -21,6 +27,23 @@ bool MatchesAt(const char* at, std::string_view pattern) {
         }
     }
     return true;
+}
+
+// Sixteen bytes in the compiler's generic vector type, so targets without SIMD get plain code.
+using Lanes = unsigned char __attribute__((vector_size(16)));
+using LaneFlags = signed char __attribute__((vector_size(16)));
+
+// One bit per lane of a comparison result (lanes are all ones or all zeros), lane 0 lowest.
+unsigned LaneMask(LaneFlags flags) {
+#if defined(__SSE2__)
+    return static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(flags)));
+#else
+    unsigned mask = 0;
+    for (int lane = 0; lane < 16; ++lane) {
+        mask |= flags[lane] != 0 ? 1u << lane : 0u;
+    }
+    return mask;
+#endif
 }
 
 // Finds the n-th occurrence of pattern; kNotFound when there are fewer than n.
@@ -67,35 +90,48 @@ int HexDigit(char c) {
 } // namespace
 
 std::size_t FindText(std::string_view text, std::string_view pattern) {
-    if (pattern.empty()) {
+    const std::size_t length = pattern.size();
+    if (length == 0) {
         return 0;
     }
-    if (pattern.size() > text.size()) {
+    if (length > text.size()) {
         return kNotFound;
     }
     const char* const begin = text.data();
-    const char* const lastStart = begin + (text.size() - pattern.size());
-    const auto first = static_cast<unsigned char>(pattern[0]);
-    const std::string_view rest = pattern.substr(1);
-    if (!IsAsciiLetter(first)) {
-        // Tags start with '<': let memchr do the skipping.
-        const char* at = begin;
-        while (at <= lastStart) {
-            at = static_cast<const char*>(memchr(at, first, lastStart - at + 1));
-            if (at == nullptr) {
-                return kNotFound;
+    const std::size_t lastStart = text.size() - length;
+    const auto first = static_cast<unsigned char>(pattern.front());
+    const auto last = static_cast<unsigned char>(pattern.back());
+    const unsigned char firstFold = IsAsciiLetter(first) ? 0x20 : 0;
+    const unsigned char lastFold = IsAsciiLetter(last) ? 0x20 : 0;
+    const unsigned char firstWanted = first | firstFold;
+    const unsigned char lastWanted = last | lastFold;
+
+    // Sixteen start positions at a time: a lane is a candidate when both the pattern's first
+    // and last characters fit there, and every candidate is then compared in full.
+    const Lanes firstFoldAll = Lanes{} + firstFold;
+    const Lanes firstWantedAll = Lanes{} + firstWanted;
+    const Lanes lastFoldAll = Lanes{} + lastFold;
+    const Lanes lastWantedAll = Lanes{} + lastWanted;
+    std::size_t at = 0;
+    for (; at + sizeof(Lanes) <= lastStart + 1; at += sizeof(Lanes)) {
+        Lanes starts;
+        Lanes ends;
+        std::memcpy(&starts, begin + at, sizeof starts);
+        std::memcpy(&ends, begin + at + length - 1, sizeof ends);
+        unsigned candidates = LaneMask(((starts | firstFoldAll) == firstWantedAll) &
+                                       ((ends | lastFoldAll) == lastWantedAll));
+        while (candidates != 0) {
+            const std::size_t lane = static_cast<std::size_t>(std::countr_zero(candidates));
+            if (MatchesAt(begin + at + lane, pattern)) {
+                return at + lane;
             }
-            if (MatchesAt(at + 1, rest)) {
-                return at - begin;
-            }
-            ++at;
+            candidates &= candidates - 1;
         }
-        return kNotFound;
     }
-    const unsigned char folded = first | 0x20;
-    for (const char* at = begin; at <= lastStart; ++at) {
-        if ((static_cast<unsigned char>(*at) | 0x20) == folded && MatchesAt(at + 1, rest)) {
-            return at - begin;
+    for (; at <= lastStart; ++at) {
+        if ((static_cast<unsigned char>(begin[at]) | firstFold) == firstWanted &&
+            MatchesAt(begin + at, pattern)) {
+            return at;
         }
     }
     return kNotFound;
