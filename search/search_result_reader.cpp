@@ -63,13 +63,12 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
     std::string_view files = resultSet;
     for (;;) {
         std::string_view file;
-        const std::size_t consumed = ReadElement(files, "<FileInfo", file);
+        std::string_view openTag;
+        const std::size_t consumed = ReadElement(files, "<FileInfo", file, openTag);
         if (consumed == 0) {
             break;
         }
-        std::string_view openTag;
         std::string_view id;
-        ReadOpenTag(files, "<fileinfo", openTag);
         ReadAttribute(openTag, "id", id);
         files.remove_prefix(consumed);
 

@@ -138,7 +138,14 @@ std::size_t FindText(std::string_view text, std::string_view pattern) {
 }
 
 std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out, int n) {
+    std::string_view openTag;
+    return ReadElement(text, tag, out, openTag, n);
+}
+
+std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out,
+                        std::string_view& openTag, int n) {
     out = {};
+    openTag = {};
     if (tag.size() < 2 || tag[0] != '<') {
         return 0;
     }
@@ -166,6 +173,7 @@ std::size_t ReadElement(std::string_view text, std::string_view tag, std::string
         return 0;
     }
     out = text.substr(bodyStart, end);
+    openTag = text.substr(start, bodyStart - start);
     return bodyStart + end + closing.size();
 }
 
