@@ -97,6 +97,14 @@ std::string JoinFolder(std::string_view folder, std::string_view name) {
     return path;
 }
 
+std::string DefaultDownloadFolder(std::string_view base) {
+    return JoinFolder(base, "download");
+}
+
+std::string DefaultTempFolder(std::string_view base) {
+    return JoinFolder(base, "temp");
+}
+
 std::string UniquePath(std::string_view folder, std::string_view safeName,
                        const std::function<bool(const std::string&)>& taken) {
     auto path = JoinFolder(folder, safeName);

@@ -17,6 +17,10 @@ std::string SafeFileName(std::string_view peerName);
 // written with '/' only).
 std::string JoinFolder(std::string_view folder, std::string_view name);
 
+// The default folders under a base folder: "\download" for the files being downloaded, "\temp".
+std::string DefaultDownloadFolder(std::string_view base);
+std::string DefaultTempFolder(std::string_view base);
+
 // The first path folder + name, then folder + "name (2).ext", "name (3).ext"... for which
 // taken(path) is false. taken is asked about each candidate in turn.
 std::string UniquePath(std::string_view folder, std::string_view safeName,

@@ -52,6 +52,9 @@ TEST(SafeFileName, PathsAreJoinedAndKeptApart) {
     EXPECT_EQ(JoinFolder("C:\\down", "a.txt"), "C:\\down\\a.txt");
     EXPECT_EQ(JoinFolder("C:\\down\\", "a.txt"), "C:\\down\\a.txt");
     EXPECT_EQ(JoinFolder("/home/u/down", "a.txt"), "/home/u/down/a.txt");
+    EXPECT_EQ(DefaultDownloadFolder("C:\\Program Files\\Tarvo"),
+              "C:\\Program Files\\Tarvo\\download");
+    EXPECT_EQ(DefaultTempFolder("C:\\Tarvo\\"), "C:\\Tarvo\\temp");
 
     std::set<std::string> taken;
     for (int i = 0; i < 4; ++i)
