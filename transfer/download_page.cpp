@@ -1,5 +1,6 @@
 #include "transfer/download_page.h"
 
+#include "resources/string_table.h"
 #include "search/result_cells.h"
 #include "transfer/engine_events.h"
 #include "transfer/safe_file_name.h"
@@ -47,7 +48,10 @@ std::string_view TextArgument(std::uintptr_t argument) {
 } // namespace
 
 DownloadPage::DownloadPage(DownloadPorts ports, std::string downloadFolder)
-    : ports_(std::move(ports)), downloadFolder_(std::move(downloadFolder)) {}
+    : ports_(std::move(ports)), downloadFolder_(std::move(downloadFolder)) {
+    if (!ports_.text)
+        ports_.text = [](std::uint32_t id) { return std::string(BuiltinText(id)); };
+}
 
 DownloadPage::~DownloadPage() = default;
 

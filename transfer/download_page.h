@@ -29,7 +29,7 @@ struct DownloadPorts {
     LibraryComponent& library;
     FileShell& files;
     Clock& clock;
-    // Texts by string-table id (the language table in the plug-in).
+    // Texts by string-table id (the language table in the plug-in); the built-in texts when empty.
     std::function<std::string(std::uint32_t)> text;
 };
 
@@ -40,6 +40,9 @@ struct DownloadPorts {
 // operations, Run, OfferSearchHit, SetShownItem); the engine's threads call HandleEngineEvent; the
 // worker runs the queued commands. Locks are taken in this order only: an item's lock, then the
 // maps' lock or the queue's lock; never an item's lock while holding either of those.
+//
+// Going away: BeginClosing, then the worker goes (DownloadWorker), then every engine object is
+// closed so that no callback still holds the page, and last the page itself.
 class DownloadPage {
 public:
     DownloadPage(DownloadPorts ports, std::string downloadFolder);
@@ -48,6 +51,7 @@ public:
     DownloadPage& operator=(const DownloadPage&) = delete;
 
     // --- user-interface thread ---
+    // The local path is made here, in the download folder, from the first source's file name.
     bool StartDownload(const ResultGroup& group, bool showNow);
     void RequestDelete(const std::vector<std::shared_ptr<DownloadItem>>& selected);
     void RequestStop(const std::shared_ptr<DownloadItem>& item);
