@@ -69,7 +69,7 @@ std::string SafeFileName(std::string_view peerName) {
     if (name.empty())
         return "download";
     if (IsDeviceName(name))
-        name.insert(0, "_");
+        name = "_" + name;
     if (name.size() > kMaxFileNameLength) {
         // An extension longer than a real one is cut with the rest of the name.
         auto [stem, extension] = SplitExtension(name);
