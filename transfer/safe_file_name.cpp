@@ -14,6 +14,9 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
            });
 }
 
+// Longer "extensions" are not kept apart from the rest of the name when it is cut or numbered.
+constexpr std::size_t kMaxExtensionLength = 16;
+
 bool IsBlankOrDot(char c) {
     return c == ' ' || c == '.';
 }
@@ -73,7 +76,7 @@ std::string SafeFileName(std::string_view peerName) {
     if (name.size() > kMaxFileNameLength) {
         // An extension longer than a real one is cut with the rest of the name.
         auto [stem, extension] = SplitExtension(name);
-        if (extension.size() > 16)
+        if (extension.size() > kMaxExtensionLength)
             name.resize(kMaxFileNameLength);
         else
             name = std::string(stem.substr(0, kMaxFileNameLength - extension.size())) +
@@ -108,7 +111,11 @@ std::string DefaultTempFolder(std::string_view base) {
 std::string UniquePath(std::string_view folder, std::string_view safeName,
                        const std::function<bool(const std::string&)>& taken) {
     auto path = JoinFolder(folder, safeName);
-    const auto [stem, extension] = SplitExtension(safeName);
+    auto [stem, extension] = SplitExtension(safeName);
+    if (extension.size() > kMaxExtensionLength) {
+        stem = safeName;
+        extension = {};
+    }
     for (int copy = 2; taken(path); ++copy) {
         const auto suffix = " (" + std::to_string(copy) + ")";
         const auto room = static_cast<std::ptrdiff_t>(kMaxFileNameLength) -

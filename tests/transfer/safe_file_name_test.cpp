@@ -67,6 +67,13 @@ TEST(SafeFileName, PathsAreJoinedAndKeptApart) {
         UniquePath("D:", name, [&](const std::string& p) { return p == "D:\\" + name; });
     EXPECT_EQ(second.size(), 3 + kMaxFileNameLength);
     EXPECT_EQ(second.substr(second.size() - 8), " (2).avi");
+    // A name that is nearly all extension is numbered at its end.
+    const auto dotted = SafeFileName("ab." + std::string(300, 'c'));
+    const auto numbered =
+        UniquePath("D:", dotted, [&](const std::string& p) { return p == "D:\\" + dotted; });
+    EXPECT_EQ(numbered.size(), 3 + kMaxFileNameLength);
+    EXPECT_EQ(numbered.substr(0, 6), "D:\\ab.");
+    EXPECT_EQ(numbered.substr(numbered.size() - 4), " (2)");
 }
 
 } // namespace
