@@ -1,0 +1,1033 @@
+#include "markup/xml.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace corvid {
+namespace {
+
+enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2 };
+
+// Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
+// up so that names in any multi-byte code page stay whole.
+constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
+    std::array<std::uint8_t, 256> table{};
+    for (int c = 1; c <= 32; ++c) {
+        table[c] = kSpaceByte;
+    }
+    for (int c = '0'; c <= '9'; ++c) {
+        table[c] = kNameByte;
+    }
+    for (int c = 'a'; c <= 'z'; ++c) {
+        table[c] = kNameByte;
+        table[c - 'a' + 'A'] = kNameByte;
+    }
+    table['_'] = table[':'] = table['-'] = table['.'] = kNameByte;
+    for (int c = 128; c < 256; ++c) {
+        table[c] = kNameByte;
+    }
+    return table;
+}
+constexpr auto kByteClass = MakeByteClasses();
+
+inline bool IsSpace(char c) {
+    return kByteClass[static_cast<unsigned char>(c)] & kSpaceByte;
+}
+inline bool IsNameByte(char c) {
+    return kByteClass[static_cast<unsigned char>(c)] & kNameByte;
+}
+
+inline char* SkipSpace(char* p) {
+    while (IsSpace(*p)) {
+        ++p;
+    }
+    return p;
+}
+inline char* SkipName(char* p) {
+    while (IsNameByte(*p)) {
+        ++p;
+    }
+    return p;
+}
+// The first `c` in [p, end), or end.
+inline char* Find(char* p, char* end, char c) {
+    void* hit = std::memchr(p, c, static_cast<std::size_t>(end - p));
+    return hit ? static_cast<char*>(hit) : end;
+}
+// Just past the next `c` in [p, end), or end.
+inline char* SkipPast(char* p, char* end, char c) {
+    char* hit = Find(p, end, c);
+    return hit == end ? end : hit + 1;
+}
+// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end.
+char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
+    while (true) {
+        p = Find(p, end, terminator[0]);
+        if (end - p < 3) {
+            return end;
+        }
+        if (p[1] == terminator[1] && p[2] == terminator[2]) {
+            return p;
+        }
+        ++p;
+    }
+}
+
+// Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
+// into one blank. Writes the terminating NUL and returns the new start.
+char* TrimValue(char* s, char* e, bool normalise) {
+    while (s < e && IsSpace(*s)) {
+        ++s;
+    }
+    while (e > s && IsSpace(e[-1])) {
+        --e;
+    }
+    if (normalise) {
+        char* r = s;
+        while (r < e && (!IsSpace(*r) || (*r == ' ' && !IsSpace(r[1])))) {
+            ++r;
+        }
+        char* w = r;
+        while (r < e) {
+            if (IsSpace(*r)) {
+                *w++ = ' ';
+                ++r;
+                while (IsSpace(*r)) {
+                    ++r;
+                }
+            } else {
+                *w++ = *r++;
+            }
+        }
+        e = w;
+    }
+    *e = '\0';
+    return s;
+}
+
+bool HasAttributes(XmlNodeKind kind) {
+    return kind == kXmlElement || kind == kXmlProcessingInstruction || kind == kXmlDocType;
+}
+bool HasChildren(XmlNodeKind kind) {
+    return kind == kXmlDocument || kind == kXmlElement || kind == kXmlDocType;
+}
+
+void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
+    std::memset(node, 0, sizeof *node);
+    node->nameInPlace = 1;
+    node->valueInPlace = 1;
+    node->kind = kind;
+    node->pooled = pooled;
+    if (HasAttributes(kind)) {
+        node->attributes = &node->firstAttributeSlot;
+        node->attributeCapacity = 1;
+    }
+    if (HasChildren(kind)) {
+        node->children = &node->firstChildSlot;
+        node->childCapacity = 1;
+    }
+}
+
+// Grows an array of pointers to `newCapacity` slots; the first slot may live inside the node.
+template <typename T>
+bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::uint32_t newCapacity,
+               T** inlineSlot) {
+    if (newCapacity <= capacity) {
+        return false;
+    }
+    T** grown;
+    if (array == nullptr || array == inlineSlot) {
+        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
+        if (grown && count > 0) {
+            std::memcpy(grown, array, sizeof(T*) * count);
+        }
+    } else {
+        grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
+    }
+    if (!grown) {
+        return false;
+    }
+    array = grown;
+    capacity = newCapacity;
+    return true;
+}
+
+// The parser grows by the document's step, or by the present capacity once that is larger, so that
+// a flat list of a million elements costs no more than a deep one.
+std::uint32_t NextCapacity(std::uint32_t capacity, std::uint32_t growStep) {
+    std::uint32_t step = growStep < 1 ? 1 : growStep;
+    if (capacity > step) {
+        step = capacity;
+    }
+    return capacity > UINT32_MAX - step ? UINT32_MAX : capacity + step;
+}
+
+// `growStep` 0 asks for exactly one more slot, as tree building does.
+std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep) {
+    if (growStep == 0) {
+        return capacity == UINT32_MAX ? capacity : capacity + 1;
+    }
+    return NextCapacity(capacity, growStep);
+}
+
+bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep) {
+    if (parent->childCount == parent->childCapacity &&
+        !GrowArray(parent->children, parent->childCount, parent->childCapacity,
+                   Grown(parent->childCapacity, growStep), &parent->firstChildSlot)) {
+        return false;
+    }
+    parent->children[parent->childCount++] = child;
+    child->parent = parent;
+    return true;
+}
+
+bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep) {
+    if (node->attributeCount == node->attributeCapacity &&
+        !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
+                   Grown(node->attributeCapacity, growStep), &node->firstAttributeSlot)) {
+        return false;
+    }
+    node->attributes[node->attributeCount++] = attribute;
+    return true;
+}
+
+void FreeAttribute(XmlAttribute* attribute) {
+    if (!attribute->nameInPlace) {
+        std::free(attribute->name);
+    }
+    if (!attribute->valueInPlace) {
+        std::free(attribute->value);
+    }
+    if (!attribute->pooled) {
+        std::free(attribute);
+    }
+}
+
+void FreeNodeRecord(XmlNode* node) {
+    for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
+        FreeAttribute(node->attributes[i]);
+    }
+    if (node->attributes != &node->firstAttributeSlot) {
+        std::free(node->attributes);
+    }
+    if (node->children != &node->firstChildSlot) {
+        std::free(node->children);
+    }
+    if (!node->nameInPlace) {
+        std::free(node->name);
+    }
+    if (!node->valueInPlace) {
+        std::free(node->value);
+    }
+    if (!node->pooled) {
+        std::free(node);
+    }
+}
+
+// Frees a whole tree without recursion: always the last child of the deepest node first.
+void DestroyTree(XmlNode* root) {
+    XmlNode* node = root;
+    while (node) {
+        while (node->childCount > 0) {
+            node = node->children[node->childCount - 1];
+        }
+        XmlNode* parent = node->parent;
+        FreeNodeRecord(node);
+        if (node == root) {
+            break;
+        }
+        --parent->childCount;
+        node = parent;
+    }
+}
+
+// Replaces a name or value by the copy rule: in place when the new text fits, else an owned copy.
+bool AssignString(char*& field, std::uint8_t& inPlace, const char* text) {
+    std::size_t length = std::strlen(text);
+    if (field && length <= std::strlen(field)) {
+        std::memcpy(field, text, length + 1);
+        return true;
+    }
+    char* copy = static_cast<char*>(std::malloc(length + 1));
+    if (!copy) {
+        return false;
+    }
+    std::memcpy(copy, text, length + 1);
+    if (!inPlace) {
+        std::free(field);
+    }
+    field = copy;
+    inPlace = 0;
+    return true;
+}
+
+// Matches one `[...]` set starting just after the `[`. Returns the byte after the closing `]`, or
+// null when the set never closes (such a pattern matches nothing).
+const char* MatchSet(const char* p, unsigned char c, bool& matched) {
+    bool negate = false;
+    if (*p == '!') {
+        negate = true;
+        ++p;
+    }
+    bool hit = false;
+    bool first = true;
+    while (*p && (*p != ']' || first)) {
+        auto low = static_cast<unsigned char>(*p);
+        if (p[1] == '-' && p[2] && p[2] != ']' && static_cast<unsigned char>(p[2]) >= low) {
+            auto high = static_cast<unsigned char>(p[2]);
+            hit |= c >= low && c <= high;
+            p += 3;
+        } else {
+            hit |= c == low;
+            ++p;
+        }
+        first = false;
+    }
+    if (*p != ']') {
+        return nullptr;
+    }
+    matched = hit != negate;
+    return p + 1;
+}
+
+} // namespace
+
+bool XmlNameMatches(const char* pattern, const char* name) {
+    if (!pattern || !name) {
+        return false;
+    }
+    const char* p = pattern;
+    const char* n = name;
+    const char* starPattern = nullptr; // just after the last `*` seen
+    const char* starName = nullptr;    // where that `*` now stops matching
+    while (true) {
+        if (*p == '*') {
+            while (*p == '*') {
+                ++p;
+            }
+            if (!*p) {
+                return true;
+            }
+            starPattern = p;
+            starName = n;
+            continue;
+        }
+        bool matched = false;
+        const char* next = nullptr;
+        if (*n) {
+            if (*p == '?') {
+                matched = true;
+                next = p + 1;
+            } else if (*p == '[') {
+                next = MatchSet(p + 1, static_cast<unsigned char>(*n), matched);
+                if (!next) {
+                    return false;
+                }
+            } else if (*p) {
+                matched = *p == *n;
+                next = p + 1;
+            }
+        } else if (!*p) {
+            return true;
+        }
+        if (matched) {
+            p = next;
+            ++n;
+            continue;
+        }
+        if (!starPattern || !*starName) {
+            return false;
+        }
+        p = starPattern;
+        n = ++starName;
+    }
+}
+
+bool XmlSetAttributeValue(XmlAttribute* attribute, const char* text) {
+    return attribute && text && AssignString(attribute->value, attribute->valueInPlace, text);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The document and its pool of records.
+
+struct XmlDocument::PoolBlock {
+    PoolBlock* next;
+    std::size_t capacity;
+    std::size_t used;
+};
+
+namespace {
+constexpr std::size_t kPoolAlign = alignof(std::max_align_t);
+constexpr std::size_t kBlockHeader = (sizeof(void*) * 3 + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+} // namespace
+
+class XmlParser {
+public:
+    XmlParser(XmlDocument& document, std::uint32_t options)
+        : document_(document), options_(options),
+          growStep_(document.growStep == 0 ? 1 : document.growStep) {}
+
+    char* Run(char* p, char* end, XmlNode* current, int depth);
+
+    void* Allocate(std::size_t size) {
+        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+        XmlDocument::PoolBlock* block = document_.pool_;
+        if (!block || block->capacity - block->used < size) {
+            std::size_t capacity = block ? block->capacity * 2 : 16 * 1024;
+            if (capacity > 4 * 1024 * 1024) {
+                capacity = 4 * 1024 * 1024;
+            }
+            auto* fresh =
+                static_cast<XmlDocument::PoolBlock*>(std::malloc(kBlockHeader + capacity));
+            if (!fresh) {
+                return nullptr;
+            }
+            fresh->next = block;
+            fresh->capacity = capacity;
+            fresh->used = 0;
+            document_.pool_ = block = fresh;
+        }
+        void* memory = reinterpret_cast<char*>(block) + kBlockHeader + block->used;
+        block->used += size;
+        return memory;
+    }
+
+private:
+    XmlNode* Append(XmlNode* parent, XmlNodeKind kind) {
+        auto* node = static_cast<XmlNode*>(Allocate(sizeof(XmlNode)));
+        if (!node) {
+            return nullptr;
+        }
+        InitNode(node, kind, true);
+        if (!AddChild(parent, node, growStep_)) {
+            FreeNodeRecord(node);
+            return nullptr;
+        }
+        return node;
+    }
+
+    XmlAttribute* AppendAttribute(XmlNode* node, char* name, char* value) {
+        auto* attribute = static_cast<XmlAttribute*>(Allocate(sizeof(XmlAttribute)));
+        if (!attribute) {
+            return nullptr;
+        }
+        *attribute = XmlAttribute{name, 1, value, 1, 1};
+        if (!AddAttribute(node, attribute, growStep_)) {
+            return nullptr;
+        }
+        return attribute;
+    }
+
+    char* Trim(char* s, char* e, std::uint32_t flag) {
+        if (!(options_ & flag)) {
+            *e = '\0';
+            return s;
+        }
+        return TrimValue(s, e, options_ & kXmlNormaliseSpace);
+    }
+
+    char* DocType(char* p, char* end, XmlNode*& current, int depth);
+    char* Declaration(char* p, char* end, XmlNode* current);
+
+    XmlDocument& document_;
+    std::uint32_t options_;
+    std::uint32_t growStep_;
+
+public:
+    bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
+    char* stopAt = nullptr; // where it ended
+};
+
+namespace {
+// Internal subsets nested deeper than this (a DOCTYPE inside a DOCTYPE's subset, and so on) are
+// kept as raw text rather than parsed, so that no input can exhaust the stack.
+constexpr int kMaxSubsetDepth = 16;
+
+bool StartsWith(const char* p, const char* word) {
+    while (*word) {
+        if (*p++ != *word++) {
+            return false;
+        }
+    }
+    return true;
+}
+} // namespace
+
+// Reads `<!DOCTYPE` from just after the keyword. Returns where parsing goes on (step 1).
+char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
+    const bool keep = options_ & kXmlParseDocType;
+    p = SkipSpace(p);
+    XmlNode* node = nullptr;
+    if (keep) {
+        node = Append(current, kXmlDocType);
+        if (!node) {
+            stopped = true;
+            return end;
+        }
+        current = node;
+    }
+    char* name = p;
+    p = SkipName(p);
+    char next = *p; // the byte that the cut overwrites, still to be looked at
+    if (p == end) {
+        return end;
+    }
+    *p = '\0';
+    if (keep) {
+        node->name = name;
+    }
+    if (keep && !AppendAttribute(node, name, name)) {
+        stopped = true;
+        return end;
+    }
+    char* cut = p;
+    while (true) {
+        char c = p == cut ? next : *p;
+        if (p >= end) {
+            return end;
+        }
+        if (IsSpace(c)) {
+            p = SkipSpace(p + 1);
+        } else if (IsNameByte(c)) {
+            char* word = p;
+            p = SkipName(p);
+            next = *p;
+            if (p == end) {
+                return end;
+            }
+            *p = '\0';
+            cut = p;
+            if (keep && !AppendAttribute(node, word, word)) {
+                stopped = true;
+                return end;
+            }
+        } else if (c == '"' || c == '\'') {
+            char* literal = p + 1;
+            char* close = Find(literal, end, c);
+            if (close == end) {
+                return end;
+            }
+            *close = '\0';
+            p = close + 1;
+            if (keep && !AppendAttribute(node, nullptr, literal)) {
+                stopped = true;
+                return end;
+            }
+        } else if (c == '[') {
+            char* subset = p + 1;
+            char* q = subset;
+            int open = 1;
+            while (q < end) {
+                if (*q == '[') {
+                    ++open;
+                } else if (*q == ']' && --open == 0) {
+                    break;
+                }
+                ++q;
+            }
+            *q = '\0';
+            if (keep) {
+                node->value = subset;
+                if ((options_ & kXmlParseDtd) && depth < kMaxSubsetDepth) {
+                    Run(subset, q, node, depth + 1);
+                    if (stopped) {
+                        return stopAt;
+                    }
+                } else if (!(options_ & kXmlDtdOnly)) {
+                    node->value = Trim(subset, q, kXmlTrimDocType);
+                }
+                if (options_ & kXmlDtdOnly) {
+                    stopped = true;
+                    stopAt = q == end ? end : q + 1;
+                    return stopAt;
+                }
+            }
+            p = q == end ? end : q + 1;
+            break;
+        } else {
+            break;
+        }
+    }
+    if (keep) {
+        current = node->parent;
+    }
+    return SkipPast(p, end, '>');
+}
+
+// Reads a declaration `<!NAME ...>` from the keyword on. Returns where parsing goes on (step 1).
+char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
+    char* keyword = p;
+    p = SkipName(p);
+    std::size_t length = static_cast<std::size_t>(p - keyword);
+    XmlNodeKind kind = kXmlDtdEntity;
+    if (length == 7 && std::memcmp(keyword, "ATTLIST", 7) == 0) {
+        kind = kXmlDtdAttList;
+    } else if (length == 7 && std::memcmp(keyword, "ELEMENT", 7) == 0) {
+        kind = kXmlDtdElement;
+    } else if (length == 8 && std::memcmp(keyword, "NOTATION", 8) == 0) {
+        kind = kXmlDtdNotation;
+    }
+    XmlNode* node = Append(current, kind);
+    if (!node) {
+        stopped = true;
+        return end;
+    }
+    p = SkipSpace(p);
+    char* name = p;
+    if (*p == '%') {
+        char* percent = p;
+        p = SkipSpace(p + 1);
+        if (p > percent + 1) {
+            *percent = ' ';
+            p[-1] = '%';
+        }
+        name = p - 1;
+    }
+    p = SkipName(p);
+    node->name = name;
+    char next = *p;
+    if (p == end) {
+        return end;
+    }
+    *p = '\0';
+    if (next == '>') {
+        return p + 1;
+    }
+    char* value = SkipSpace(p + 1);
+    char* close = value;
+    if (kind == kXmlDtdEntity) {
+        while (close < end && *close != '>') {
+            if (*close == '"' || *close == '\'') {
+                close = Find(close + 1, end, *close);
+                if (close == end) {
+                    break;
+                }
+            }
+            ++close;
+        }
+    } else {
+        close = Find(value, end, '>');
+    }
+    node->value = Trim(value, close, kXmlTrimDtd);
+    return close == end ? end : close + 1;
+}
+
+// The parse proper, over [p, end) with *end == NUL. Returns the position where it stopped.
+char* XmlParser::Run(char* p, char* end, XmlNode* current, int depth) {
+    XmlNode* node;
+    char* piClose = nullptr;
+    char c;
+
+outside: // Outside markup: everything up to the next `<` is skipped.
+    p = Find(p, end, '<');
+    if (p == end) {
+        return end;
+    }
+    ++p;
+
+markup: // Just after a `<`.
+    switch (*p) {
+    case '?':
+        if (!IsNameByte(p[1])) {
+            p = SkipPast(p, end, '>');
+            goto outside;
+        }
+        if (!(options_ & kXmlParsePi)) {
+            p = SkipPast(p, end, '>');
+            goto outside;
+        }
+        piClose = Find(p + 1, end, '?');
+        if (piClose != end) {
+            *piClose = '/';
+        }
+        node = Append(current, kXmlProcessingInstruction);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        current = node;
+        ++p;
+        goto name;
+    case '!':
+        ++p;
+        if (p[0] == '-' && p[1] == '-') {
+            char* value = p + 2;
+            char* close = FindTerminator(value, end, "-->");
+            if (options_ & kXmlParseComments) {
+                node = Append(current, kXmlComment);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimComments);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == '[' && StartsWith(p + 1, "CDATA[")) {
+            char* value = p + 7;
+            char* close = FindTerminator(value, end, "]]>");
+            if (options_ & kXmlParseCData) {
+                node = Append(current, kXmlCData);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimCData);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == '[' && StartsWith(p + 1, "INCLUDE[")) {
+            char* value = p + 9;
+            char* close = FindTerminator(value, end, "]]>");
+            if (options_ & kXmlParseDocType) {
+                node = Append(current, kXmlInclude);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimCData);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == 'D') {
+            if (!StartsWith(p + 1, "OCTYPE")) {
+                goto outside;
+            }
+            p = DocType(p + 7, end, current, depth);
+            if (stopped) {
+                return p;
+            }
+            goto outside;
+        }
+        if (IsNameByte(*p)) {
+            p = Declaration(p, end, current);
+            if (stopped) {
+                return p;
+            }
+            goto outside;
+        }
+        goto outside;
+    case '/':
+        p = SkipPast(p, end, '>');
+        current = current->parent;
+        goto outside;
+    default:
+        if (!IsNameByte(*p)) {
+            goto outside;
+        }
+        node = Append(current, kXmlElement);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        current = node;
+        goto name;
+    }
+
+name: // The name of an element or instruction, then its attributes.
+    current->name = p;
+    p = SkipName(p);
+    c = *p;
+    if (p == end) {
+        return end;
+    }
+    *p++ = '\0';
+    if (c == '/') {
+        p = SkipPast(p, end, '>');
+        current = current->parent;
+        goto outside;
+    }
+    if (!IsSpace(c)) {
+        goto content;
+    }
+    // From here `c` is the byte under `p`: a name cut may have overwritten it with NUL.
+    p = SkipSpace(p);
+    c = *p;
+    while (IsNameByte(c)) {
+        char* attributeName = p;
+        p = SkipName(p);
+        char* nameEnd = p;
+        p = SkipSpace(p);
+        c = *p;
+        if (p == end) {
+            return end;
+        }
+        *nameEnd = '\0';
+        XmlAttribute* attribute = AppendAttribute(current, attributeName, nullptr);
+        if (!attribute) {
+            stopped = true;
+            return p;
+        }
+        if (c != '=') {
+            continue;
+        }
+        p = SkipSpace(p + 1);
+        c = *p;
+        if (c != '"' && c != '\'') {
+            if (IsNameByte(c)) {
+                continue;
+            }
+            goto outside;
+        }
+        char* value = p + 1;
+        char* close = Find(value, end, c);
+        attribute->value = Trim(value, close, kXmlTrimAttributes);
+        if (close == end) {
+            return end;
+        }
+        p = close + 1;
+        if (*p == '>') {
+            ++p;
+            goto content;
+        }
+        if (*p == '/') {
+            current = current->parent;
+            p = SkipSpace(p + 1);
+            if (*p == '>') {
+                ++p;
+            }
+            goto outside;
+        }
+        p = SkipSpace(p);
+        c = *p;
+    }
+    if (current->kind == kXmlProcessingInstruction) {
+        // Past the `/` that stands for the closing `?`, unless an attribute value swallowed it.
+        if (piClose && piClose >= p && piClose < end) {
+            p = piClose + 1;
+        } else {
+            p = SkipPast(p, end, '?');
+        }
+        p = SkipSpace(p);
+        if (*p == '/') {
+            p = SkipSpace(p + 1);
+        }
+        if (*p == '>') {
+            ++p;
+        }
+        current = current->parent;
+        goto content;
+    }
+    if (c == '/' && p[1] == '>') {
+        p += 2;
+        current = current->parent;
+        goto outside;
+    }
+    if (c == '>') {
+        ++p;
+        goto content;
+    }
+    goto outside;
+
+content: // After a `>`: text up to the next tag.
+    p = SkipSpace(p);
+    if (p >= end) {
+        return end;
+    }
+    if (*p == '<') {
+        if (p[1] == '/') {
+            p = SkipPast(p + 2, end, '>');
+            current = current->parent;
+            goto outside;
+        }
+        ++p;
+        goto markup;
+    }
+    {
+        char* value = p;
+        char* close = Find(p, end, '<');
+        node = Append(current, kXmlText);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        node->value = Trim(value, close, kXmlTrimText);
+        if (close == end) {
+            return end;
+        }
+        p = close + 1;
+        if (*p == '/') {
+            p = SkipPast(p + 1, end, '>');
+            current = current->parent;
+            goto content;
+        }
+        goto markup;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+XmlDocument::~XmlDocument() {
+    Reset();
+}
+
+void XmlDocument::Reset() {
+    if (root_) {
+        DestroyTree(root_);
+        root_ = nullptr;
+    }
+    while (pool_) {
+        PoolBlock* next = pool_->next;
+        std::free(pool_);
+        pool_ = next;
+    }
+    std::free(text_);
+    text_ = nullptr;
+    length_ = 0;
+}
+
+void XmlDocument::Create() {
+    Reset();
+    root_ = static_cast<XmlNode*>(std::malloc(sizeof(XmlNode)));
+    if (root_) {
+        InitNode(root_, kXmlDocument, false);
+        root_->parent = root_;
+    }
+}
+
+const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
+    if (!text) {
+        return nullptr;
+    }
+    Create();
+    text_ = text;
+    length_ = std::strlen(text);
+    if (parseOptions != kXmlKeepOptions) {
+        options = parseOptions;
+    }
+    if (!root_) {
+        return text;
+    }
+    XmlParser parser(*this, options);
+    return parser.Run(text, text + length_, root_, 0);
+}
+
+const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOptions) {
+    char* buffer = static_cast<char*>(std::malloc(text.size() + 1));
+    if (!buffer) {
+        Reset();
+        return nullptr;
+    }
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+    return Parse(buffer, parseOptions);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reading and building through handles.
+
+XmlBranch XmlBranch::Child(std::uint32_t index) const {
+    if (!node_ || index >= node_->childCount) {
+        return {};
+    }
+    return XmlBranch(node_->children[index]);
+}
+
+XmlAttribute* XmlBranch::AttributeAt(std::uint32_t index) const {
+    if (!node_ || index >= node_->attributeCount) {
+        return nullptr;
+    }
+    return node_->attributes[index];
+}
+
+bool XmlBranch::MatchesName(const char* pattern) const {
+    return node_ && node_->name && XmlNameMatches(pattern, node_->name);
+}
+
+XmlBranch XmlBranch::FindFirst(const char* pattern) const {
+    if (!node_ || !pattern) {
+        return {};
+    }
+    // Pre-order with an explicit stack of (node, next child), so that depth costs no stack.
+    std::vector<std::pair<XmlNode*, std::uint32_t>> stack;
+    stack.emplace_back(node_, 0);
+    while (!stack.empty()) {
+        auto& [parent, next] = stack.back();
+        if (next >= parent->childCount) {
+            stack.pop_back();
+            continue;
+        }
+        XmlNode* child = parent->children[next++];
+        if (child->name && XmlNameMatches(pattern, child->name)) {
+            return XmlBranch(child);
+        }
+        if (child->childCount > 0) {
+            stack.emplace_back(child, 0);
+        }
+    }
+    return {};
+}
+
+XmlAttribute* XmlBranch::Attribute(const char* pattern) const {
+    if (!node_ || !pattern) {
+        return nullptr;
+    }
+    for (std::uint32_t i = 0; i < node_->attributeCount; ++i) {
+        XmlAttribute* attribute = node_->attributes[i];
+        if (attribute->name && XmlNameMatches(pattern, attribute->name)) {
+            return attribute;
+        }
+    }
+    return nullptr;
+}
+
+XmlBranch XmlBranch::AppendChild(XmlNodeKind kind) const {
+    if (!node_ || (node_->kind != kXmlDocument && node_->kind != kXmlElement)) {
+        return {};
+    }
+    auto* child = static_cast<XmlNode*>(std::malloc(sizeof(XmlNode)));
+    if (!child) {
+        return {};
+    }
+    InitNode(child, kind, false);
+    child->nameInPlace = 0;
+    child->valueInPlace = 0;
+    if (!AddChild(node_, child, 0)) {
+        FreeNodeRecord(child);
+        return {};
+    }
+    return XmlBranch(child);
+}
+
+bool XmlBranch::SetName(const char* text) const {
+    if (!node_ || !text ||
+        (node_->kind != kXmlElement && node_->kind != kXmlProcessingInstruction)) {
+        return false;
+    }
+    return AssignString(node_->name, node_->nameInPlace, text);
+}
+
+bool XmlBranch::SetValue(const char* text) const {
+    if (!node_ || !text) {
+        return false;
+    }
+    return AssignString(node_->value, node_->valueInPlace, text);
+}
+
+XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
+    if (!node_ || !name) {
+        return nullptr;
+    }
+    if (XmlAttribute* found = Attribute(name)) {
+        return found;
+    }
+    auto* attribute = static_cast<XmlAttribute*>(std::malloc(sizeof(XmlAttribute)));
+    if (!attribute) {
+        return nullptr;
+    }
+    *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
+    if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
+        !AssignString(attribute->value, attribute->valueInPlace, "") ||
+        !AddAttribute(node_, attribute, 0)) {
+        FreeAttribute(attribute);
+        return nullptr;
+    }
+    return attribute;
+}
+
+} // namespace corvid
