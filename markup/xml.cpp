@@ -115,39 +115,63 @@ bool HasChildren(XmlNodeKind kind) {
 }
 
 void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
-    std::memset(node, 0, sizeof *node);
-    node->nameInPlace = 1;
-    node->valueInPlace = 1;
-    node->kind = kind;
-    node->pooled = pooled;
-    if (HasAttributes(kind)) {
-        node->attributes = &node->firstAttributeSlot;
-        node->attributeCapacity = 1;
-    }
-    if (HasChildren(kind)) {
-        node->children = &node->firstChildSlot;
-        node->childCapacity = 1;
-    }
+    const bool attributes = HasAttributes(kind);
+    const bool children = HasChildren(kind);
+    *node = XmlNode{nullptr,
+                    nullptr,
+                    1,
+                    kind,
+                    0,
+                    attributes ? 1u : 0u,
+                    attributes ? &node->firstAttributeSlot : nullptr,
+                    0,
+                    children ? 1u : 0u,
+                    children ? &node->firstChildSlot : nullptr,
+                    nullptr,
+                    1,
+                    pooled,
+                    0,
+                    0,
+                    0,
+                    nullptr,
+                    nullptr};
 }
 
-// Grows an array of pointers to `newCapacity` slots; the first slot may live inside the node.
+// Where the parser takes grown arrays from: the document's pool. Tree building passes none and
+// uses the heap.
+struct PoolAllocator {
+    void* (*allocate)(void* context, std::size_t size);
+    void* context;
+};
+
+// Grows an array of pointers to `newCapacity` slots. The first slot may live inside the node, and
+// a pooled array is never freed on its own.
 template <typename T>
 bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::uint32_t newCapacity,
-               T** inlineSlot) {
+               T** inlineSlot, std::uint8_t& pooledArray, const PoolAllocator* pool) {
     if (newCapacity <= capacity) {
         return false;
     }
+    const bool ownArray = array != nullptr && array != inlineSlot && !pooledArray;
     T** grown;
-    if (array == nullptr || array == inlineSlot) {
-        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
-        if (grown && count > 0) {
+    if (pool || !ownArray) {
+        grown = static_cast<T**>(pool ? pool->allocate(pool->context, sizeof(T*) * newCapacity)
+                                      : std::malloc(sizeof(T*) * newCapacity));
+        if (!grown) {
+            return false;
+        }
+        if (count > 0) {
             std::memcpy(grown, array, sizeof(T*) * count);
         }
+        if (ownArray) {
+            std::free(array);
+        }
+        pooledArray = pool != nullptr;
     } else {
         grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
-    }
-    if (!grown) {
-        return false;
+        if (!grown) {
+            return false;
+        }
     }
     array = grown;
     capacity = newCapacity;
@@ -155,27 +179,21 @@ bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::ui
 }
 
 // The parser grows by the document's step, or by the present capacity once that is larger, so that
-// a flat list of a million elements costs no more than a deep one.
-std::uint32_t NextCapacity(std::uint32_t capacity, std::uint32_t growStep) {
+// a flat list of a million elements costs no more than a deep one. Tree building (no pool) grows by
+// exactly one slot.
+std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep, const PoolAllocator* pool) {
     std::uint32_t step = growStep < 1 ? 1 : growStep;
-    if (capacity > step) {
+    if (pool && capacity > step) {
         step = capacity;
     }
     return capacity > UINT32_MAX - step ? UINT32_MAX : capacity + step;
 }
 
-// `growStep` 0 asks for exactly one more slot, as tree building does.
-std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep) {
-    if (growStep == 0) {
-        return capacity == UINT32_MAX ? capacity : capacity + 1;
-    }
-    return NextCapacity(capacity, growStep);
-}
-
-bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep) {
+bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const PoolAllocator* pool) {
     if (parent->childCount == parent->childCapacity &&
         !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   Grown(parent->childCapacity, growStep), &parent->firstChildSlot)) {
+                   Grown(parent->childCapacity, growStep, pool), &parent->firstChildSlot,
+                   parent->childrenPooled, pool)) {
         return false;
     }
     parent->children[parent->childCount++] = child;
@@ -183,10 +201,12 @@ bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep) {
     return true;
 }
 
-bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep) {
+bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep,
+                  const PoolAllocator* pool) {
     if (node->attributeCount == node->attributeCapacity &&
         !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   Grown(node->attributeCapacity, growStep), &node->firstAttributeSlot)) {
+                   Grown(node->attributeCapacity, growStep, pool), &node->firstAttributeSlot,
+                   node->attributesPooled, pool)) {
         return false;
     }
     node->attributes[node->attributeCount++] = attribute;
@@ -209,10 +229,10 @@ void FreeNodeRecord(XmlNode* node) {
     for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
         FreeAttribute(node->attributes[i]);
     }
-    if (node->attributes != &node->firstAttributeSlot) {
+    if (node->attributes != &node->firstAttributeSlot && !node->attributesPooled) {
         std::free(node->attributes);
     }
-    if (node->children != &node->firstChildSlot) {
+    if (node->children != &node->firstChildSlot && !node->childrenPooled) {
         std::free(node->children);
     }
     if (!node->nameInPlace) {
@@ -241,6 +261,14 @@ void DestroyTree(XmlNode* root) {
         --parent->childCount;
         node = parent;
     }
+}
+
+// Notes on the Document node that some node of its tree now owns heap memory.
+void MarkHeapBelow(XmlNode* node) {
+    while (node->parent && node->parent != node) {
+        node = node->parent;
+    }
+    node->heapBelow = 1;
 }
 
 // Replaces a name or value by the copy rule: in place when the new text fits, else an owned copy.
@@ -345,10 +373,6 @@ bool XmlNameMatches(const char* pattern, const char* name) {
     }
 }
 
-bool XmlSetAttributeValue(XmlAttribute* attribute, const char* text) {
-    return attribute && text && AssignString(attribute->value, attribute->valueInPlace, text);
-}
-
 // ---------------------------------------------------------------------------------------------
 // The document and its pool of records.
 
@@ -359,7 +383,7 @@ struct XmlDocument::PoolBlock {
 };
 
 namespace {
-constexpr std::size_t kPoolAlign = alignof(std::max_align_t);
+constexpr std::size_t kPoolAlign = alignof(void*);
 constexpr std::size_t kBlockHeader = (sizeof(void*) * 3 + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
 } // namespace
 
@@ -367,7 +391,11 @@ class XmlParser {
 public:
     XmlParser(XmlDocument& document, std::uint32_t options)
         : document_(document), options_(options),
-          growStep_(document.growStep == 0 ? 1 : document.growStep) {}
+          growStep_(document.growStep == 0 ? 1 : document.growStep),
+          pool_{[](void* self, std::size_t size) {
+                    return static_cast<XmlParser*>(self)->Allocate(size);
+                },
+                this} {}
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
@@ -401,7 +429,7 @@ private:
             return nullptr;
         }
         InitNode(node, kind, true);
-        if (!AddChild(parent, node, growStep_)) {
+        if (!AddChild(parent, node, growStep_, &pool_)) {
             FreeNodeRecord(node);
             return nullptr;
         }
@@ -414,7 +442,7 @@ private:
             return nullptr;
         }
         *attribute = XmlAttribute{name, 1, value, 1, 1};
-        if (!AddAttribute(node, attribute, growStep_)) {
+        if (!AddAttribute(node, attribute, growStep_, &pool_)) {
             return nullptr;
         }
         return attribute;
@@ -428,12 +456,48 @@ private:
         return TrimValue(s, e, options_ & kXmlNormaliseSpace);
     }
 
+    // Cuts the value that starts at `p` and runs to the next `stop` byte (or the end), trimmed per
+    // `flag`: one pass over the bytes when there is nothing to trim. Returns the stop position.
+    char* CutValue(char* p, char* end, char stop, std::uint32_t flag, char*& value) {
+        if (!(options_ & flag)) {
+            char* close = Find(p, end, stop);
+            *close = '\0';
+            value = p;
+            return close;
+        }
+        char* q = p;
+        if (!IsSpace(*q)) {
+            while (true) {
+                const auto c = static_cast<unsigned char>(*q);
+                if (c > 32 && c != static_cast<unsigned char>(stop)) {
+                    ++q;
+                    continue;
+                }
+                if (c == static_cast<unsigned char>(stop) || c == 0) {
+                    *q = '\0';
+                    value = p;
+                    return q;
+                }
+                // A single blank between two words needs no work; anything else does.
+                const auto next = static_cast<unsigned char>(q[1]);
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
+                    break;
+                }
+                q += 2;
+            }
+        }
+        char* close = Find(q, end, stop);
+        value = TrimValue(p, close, options_ & kXmlNormaliseSpace);
+        return close;
+    }
+
     char* DocType(char* p, char* end, XmlNode*& current, int depth);
     char* Declaration(char* p, char* end, XmlNode* current);
 
     XmlDocument& document_;
     std::uint32_t options_;
     std::uint32_t growStep_;
+    PoolAllocator pool_;
 
 public:
     bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
@@ -774,9 +838,7 @@ name: // The name of an element or instruction, then its attributes.
             }
             goto outside;
         }
-        char* value = p + 1;
-        char* close = Find(value, end, c);
-        attribute->value = Trim(value, close, kXmlTrimAttributes);
+        char* close = CutValue(p + 1, end, c, kXmlTrimAttributes, attribute->value);
         if (close == end) {
             return end;
         }
@@ -839,14 +901,12 @@ content: // After a `>`: text up to the next tag.
         goto markup;
     }
     {
-        char* value = p;
-        char* close = Find(p, end, '<');
         node = Append(current, kXmlText);
         if (!node) {
             stopped = true;
             return p;
         }
-        node->value = Trim(value, close, kXmlTrimText);
+        char* close = CutValue(p, end, '<', kXmlTrimText, node->value);
         if (close == end) {
             return end;
         }
@@ -868,7 +928,13 @@ XmlDocument::~XmlDocument() {
 
 void XmlDocument::Reset() {
     if (root_) {
-        DestroyTree(root_);
+        // A parsed tree lives wholly in the pool and the buffer; only a tree that the building
+        // calls touched holds heap memory that needs the walk.
+        if (root_->heapBelow) {
+            DestroyTree(root_);
+        } else {
+            std::free(root_);
+        }
         root_ = nullptr;
     }
     while (pool_) {
@@ -987,7 +1053,8 @@ XmlBranch XmlBranch::AppendChild(XmlNodeKind kind) const {
     InitNode(child, kind, false);
     child->nameInPlace = 0;
     child->valueInPlace = 0;
-    if (!AddChild(node_, child, 0)) {
+    MarkHeapBelow(node_);
+    if (!AddChild(node_, child, 1, nullptr)) {
         FreeNodeRecord(child);
         return {};
     }
@@ -999,6 +1066,7 @@ bool XmlBranch::SetName(const char* text) const {
         (node_->kind != kXmlElement && node_->kind != kXmlProcessingInstruction)) {
         return false;
     }
+    MarkHeapBelow(node_);
     return AssignString(node_->name, node_->nameInPlace, text);
 }
 
@@ -1006,7 +1074,16 @@ bool XmlBranch::SetValue(const char* text) const {
     if (!node_ || !text) {
         return false;
     }
+    MarkHeapBelow(node_);
     return AssignString(node_->value, node_->valueInPlace, text);
+}
+
+bool XmlBranch::SetAttributeValue(XmlAttribute* attribute, const char* text) const {
+    if (!node_ || !attribute || !text) {
+        return false;
+    }
+    MarkHeapBelow(node_);
+    return AssignString(attribute->value, attribute->valueInPlace, text);
 }
 
 XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
@@ -1020,10 +1097,11 @@ XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
     if (!attribute) {
         return nullptr;
     }
+    MarkHeapBelow(node_);
     *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
     if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
         !AssignString(attribute->value, attribute->valueInPlace, "") ||
-        !AddAttribute(node_, attribute, 0)) {
+        !AddAttribute(node_, attribute, 1, nullptr)) {
         FreeAttribute(attribute);
         return nullptr;
     }

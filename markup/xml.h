@@ -74,6 +74,9 @@ struct XmlNode {
     // Bookkeeping: where the record lives, and the first slot of each array, so that most nodes
     // need no array of their own.
     std::uint8_t pooled;
+    std::uint8_t attributesPooled;
+    std::uint8_t childrenPooled;
+    std::uint8_t heapBelow; // on the Document node: some node of the tree owns heap memory
     XmlAttribute* firstAttributeSlot;
     XmlNode* firstChildSlot;
 };
@@ -81,10 +84,6 @@ struct XmlNode {
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a
 // set (leading `!` negates, `a-z` ranges, `]` first is literal). Case-sensitive, byte by byte.
 bool XmlNameMatches(const char* pattern, const char* name);
-
-// Sets an attribute's value by the copy rule: over the present bytes when it fits, else an owned
-// copy.
-bool XmlSetAttributeValue(XmlAttribute* attribute, const char* text);
 
 // A value handle on one node (or on nothing, which reads as an empty node).
 class XmlBranch {
@@ -115,6 +114,9 @@ public:
     bool SetName(const char* text) const;
     bool SetValue(const char* text) const;
     XmlAttribute* AttributeOrAdd(const char* name) const;
+    // Sets the value of one of this node's attributes by the copy rule: over the present bytes when
+    // it fits, else an owned copy.
+    bool SetAttributeValue(XmlAttribute* attribute, const char* text) const;
 
     void Write(std::ostream& out, char indentChar, bool lineBreaks) const;
 

@@ -30,8 +30,8 @@ TEST(XmlWriter, WritesEveryKindLiterallyWithoutEscaping) {
     XmlBranch item = document.Root().AppendChild(kXmlElement).AppendChild(kXmlElement);
     ASSERT_TRUE(document.Root().Child(0).SetName("menu"));
     ASSERT_TRUE(item.SetName("item"));
-    XmlSetAttributeValue(item.AttributeOrAdd("label"), "A&B");
-    XmlSetAttributeValue(item.AttributeOrAdd("id"), "x");
+    item.SetAttributeValue(item.AttributeOrAdd("label"), "A&B");
+    item.SetAttributeValue(item.AttributeOrAdd("id"), "x");
     EXPECT_EQ(Written(document), "<menu>\n\t<item label=\"A&B\" id=\"x\"/>\n</menu>\n");
     std::ostringstream one;
     item.Write(one, '\t', true);
@@ -146,9 +146,9 @@ TEST(XmlTreeBuilding, NamesAndValuesAreCopiedInPlaceWhenTheyFitElseOwned) {
 
     XmlAttribute* existing = element.AttributeOrAdd("a");
     EXPECT_STREQ(existing->value, "value");
-    XmlSetAttributeValue(existing, "v");
+    element.SetAttributeValue(existing, "v");
     EXPECT_EQ(existing->valueInPlace, 1);
-    XmlSetAttributeValue(existing, "a longer value");
+    element.SetAttributeValue(existing, "a longer value");
     EXPECT_EQ(existing->valueInPlace, 0);
     XmlAttribute* added = element.AttributeOrAdd("b");
     EXPECT_STREQ(added->value, "");
