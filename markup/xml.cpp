@@ -611,6 +611,13 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             p = q == end ? end : q + 1;
             break;
         } else {
+            if (c == '>') {
+                // The closing `>` itself, perhaps already cut to NUL: parsing goes on after it.
+                if (keep) {
+                    current = node->parent;
+                }
+                return p + 1;
+            }
             break;
         }
     }

@@ -15,6 +15,10 @@ struct Subcommand {
 
 const Subcommand kSubcommands[] = {
     {"xml", corvid::tool::XmlCommand, "xml FILE                 parse FILE and write it back"},
+    {"skin", corvid::tool::SkinCommand,
+     "skin FILE                every field of the skin FILE gives"},
+    {"text", corvid::tool::TextCommand,
+     "text [--language-root DIR --language NAME] ID...   the texts shown for the ids"},
 };
 
 int Usage(std::ostream& err) {

@@ -11,5 +11,7 @@ namespace corvid::tool {
 using Command = int (*)(std::span<char* const> args, std::ostream& out, std::ostream& err);
 
 int XmlCommand(std::span<char* const> args, std::ostream& out, std::ostream& err);
+int SkinCommand(std::span<char* const> args, std::ostream& out, std::ostream& err);
+int TextCommand(std::span<char* const> args, std::ostream& out, std::ostream& err);
 
 } // namespace corvid::tool

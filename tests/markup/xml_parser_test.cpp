@@ -108,6 +108,14 @@ TEST(XmlParserDocType, ReadsTheRootNameWordsLiteralsAndTheParsedSubset) {
         "notation n 'SYSTEM 'x'', entity e ''a>b''}");
 }
 
+TEST(XmlParserDocType, ADocTypeWithoutSubsetEndsAtItsOwnClosingBracket) {
+    EXPECT_EQ(ParseAndDescribe("<!DOCTYPE skin><skin/>"), "doctype skin ['skin'='skin'], el skin");
+    EXPECT_EQ(ParseAndDescribe("<!DOCTYPE r PUBLIC><r/>"),
+              "doctype r ['r'='r'] ['PUBLIC'='PUBLIC'], el r");
+    EXPECT_EQ(ParseAndDescribe("<!DOCTYPE r 'x'><r/>"), "doctype r ['r'='r'] [~='x'], el r");
+    EXPECT_EQ(ParseAndDescribe("<!DOCTYPE r><r/>", kNothing), "el r");
+}
+
 TEST(XmlParserDocType, KeepsTheSubsetRawWithoutParseDtdAndCountsNestedBrackets) {
     const std::uint32_t raw = kXmlParseDocType | kXmlTrimDocType;
     EXPECT_EQ(ParseAndDescribe("<!DOCTYPE r [ a [b] c ]><r/>", raw),
