@@ -44,6 +44,7 @@ struct SkinBand {
     SkinColour backColor = kNoColour;
     int mode = kSkinStretch;
     std::string bitmap;
+    bool operator==(const SkinBand&) const = default;
 };
 
 // One state of a tab button or a top-level menu entry.
@@ -54,6 +55,7 @@ struct SkinButtonState {
     SkinColour textColor = kNoColour;
     SkinSides<int> borderWidth;
     SkinSides<SkinColour> borderColor;
+    bool operator==(const SkinButtonState&) const = default;
 };
 
 struct SkinMenu {
