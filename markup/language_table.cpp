@@ -218,6 +218,30 @@ DialogChanges LanguageTable::ChangesForDialog(int resourceId) const {
     return changes;
 }
 
+void LanguageTable::ApplyToDialog(DialogSurface& dialog, int resourceId) const {
+    const DialogChanges changes = ChangesForDialog(resourceId);
+    if (changes.caption) {
+        dialog.SetCaption(*changes.caption);
+    }
+    if (changes.size) {
+        dialog.SetSize(changes.size->first, changes.size->second);
+    }
+    for (const DialogChanges::Control& control : changes.controls) {
+        if (!dialog.HasControl(control.id)) {
+            continue;
+        }
+        if (control.position) {
+            dialog.MoveControl(control.id, control.position->first, control.position->second);
+        }
+        if (control.size) {
+            dialog.ResizeControl(control.id, control.size->first, control.size->second);
+        }
+        if (control.label) {
+            dialog.SetControlText(control.id, *control.label);
+        }
+    }
+}
+
 LanguageTable& Language() {
     static LanguageTable table;
     return table;

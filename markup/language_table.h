@@ -29,6 +29,19 @@ struct DialogChanges {
     std::vector<Control> controls;
 };
 
+// An open dialog as ApplyToDialog sees it. The Windows face maps dialog units to pixels with the
+// dialog's own mapping, grows the dialog size by its frame, and moves without changing z-order.
+class DialogSurface {
+public:
+    virtual ~DialogSurface() = default;
+    virtual void SetCaption(const std::string& caption) = 0;
+    virtual void SetSize(int width, int height) = 0;
+    virtual bool HasControl(int id) const = 0;
+    virtual void MoveControl(int id, int x, int y) = 0;
+    virtual void ResizeControl(int id, int width, int height) = 0;
+    virtual void SetControlText(int id, const std::string& text) = 0;
+};
+
 class LanguageTable {
 public:
     // Loads the file of `language`, falling back to the part before the first "-" (pt-br, then pt).
@@ -45,6 +58,8 @@ public:
     std::optional<int> FindNumber(const std::string& name) const;
     // The changes that the file's `dialog` element for resource `resourceId` asks for.
     DialogChanges ChangesForDialog(int resourceId) const;
+    // Re-captions and re-lays out an open dialog; controls that it does not have are skipped.
+    void ApplyToDialog(DialogSurface& dialog, int resourceId) const;
 
     bool loaded() const { return !rootElement().IsNull(); }
     const std::string& language() const { return language_; }

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 #include <string_view>
 
 namespace corvid {
@@ -84,6 +85,28 @@ struct XmlNode {
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a
 // set (leading `!` negates, `a-z` ranges, `]` first is literal). Case-sensitive, byte by byte.
 bool XmlNameMatches(const char* pattern, const char* name);
+
+// The indent state of one write: one indent character per level; nothing at all when the character
+// is 0.
+class XmlIndent {
+public:
+    explicit XmlIndent(char indentChar) : indentChar_(indentChar) {}
+    void Push() {
+        if (indentChar_) {
+            current_.push_back(indentChar_);
+        }
+    }
+    void Pop() {
+        if (indentChar_ && !current_.empty()) {
+            current_.pop_back();
+        }
+    }
+    const std::string& Current() const { return current_; }
+
+private:
+    char indentChar_;
+    std::string current_;
+};
 
 // A value handle on one node (or on nothing, which reads as an empty node).
 class XmlBranch {

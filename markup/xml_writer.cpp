@@ -6,27 +6,6 @@
 
 namespace corvid {
 
-// The indent of one write: one indent character per level, nothing when the character is 0.
-class XmlIndent {
-public:
-    explicit XmlIndent(char indentChar) : indentChar_(indentChar) {}
-    void Push() {
-        if (indentChar_) {
-            current_.push_back(indentChar_);
-        }
-    }
-    void Pop() {
-        if (indentChar_ && !current_.empty()) {
-            current_.pop_back();
-        }
-    }
-    const std::string& Current() const { return current_; }
-
-private:
-    char indentChar_;
-    std::string current_;
-};
-
 namespace {
 
 const char* DeclarationKeyword(XmlNodeKind kind) {

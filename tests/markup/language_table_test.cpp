@@ -102,6 +102,42 @@ TEST_F(Languages, DialogChangesTakeOnlyWhatParses) {
     EXPECT_TRUE(table.ChangesForDialog(32949).controls.empty());
 }
 
+// Records what ApplyToDialog does to a dialog that has controls 1001 and 1003.
+class RecordingDialog : public DialogSurface {
+public:
+    void SetCaption(const std::string& caption) override { log += "caption " + caption + ";"; }
+    void SetSize(int w, int h) override { log += Pair("size", w, h); }
+    bool HasControl(int id) const override { return id == 1001 || id == 1003; }
+    void MoveControl(int id, int x, int y) override {
+        log += Pair("move " + std::to_string(id), x, y);
+    }
+    void ResizeControl(int id, int w, int h) override {
+        log += Pair("resize " + std::to_string(id), w, h);
+    }
+    void SetControlText(int id, const std::string& text) override {
+        log += "text " + std::to_string(id) + " " + text + ";";
+    }
+    std::string log;
+
+private:
+    static std::string Pair(const std::string& what, int a, int b) {
+        return what + " " + std::to_string(a) + "," + std::to_string(b) + ";";
+    }
+};
+
+TEST_F(Languages, ApplyToDialogSkipsControlsTheDialogLacks) {
+    files.files[FileOf("de")] = kGerman;
+    ASSERT_TRUE(table.Load("de"));
+    RecordingDialog dialog;
+    table.ApplyToDialog(dialog, 219);
+    EXPECT_EQ(
+        dialog.log,
+        "caption Netzwerk;size 300,200;move 1001 10,20;resize 1001 50,12;text 1001 Anschluss;");
+    RecordingDialog untouched;
+    table.ApplyToDialog(untouched, 4);
+    EXPECT_EQ(untouched.log, "");
+}
+
 TEST_F(Languages, ADialogSizeOfOneNumberChangesNothing) {
     files.files[FileOf("fr")] =
         "<l><define><item id='D' value='7'/></define><dialog id='D' size='200'/></l>";
