@@ -1,6 +1,7 @@
 #include "markup/xml.h"
 
 #include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -73,6 +74,32 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
         }
         ++p;
     }
+}
+
+// Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
+// that follows another blank. Stops at the first eight bytes that need a closer look.
+inline char* SkipPlainWords(char* q, char* end, char stop) {
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+        constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
+        // Bit 7 of each byte of the result is set exactly when that byte of x is zero.
+        auto zeroBytes = [](std::uint64_t x) { return ~(((x & kLow7) + kLow7) | x | kLow7); };
+        const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
+        std::uint64_t blankBefore = 0;
+        while (end - q >= 8) {
+            std::uint64_t x;
+            std::memcpy(&x, q, 8);
+            const std::uint64_t blanks = zeroBytes(x ^ (kOnes * ' '));
+            const std::uint64_t trouble = zeroBytes(x & (kOnes * 0xE0)) | zeroBytes(x ^ stops) |
+                                          (blanks & ((blanks << 8) | blankBefore));
+            if (trouble) {
+                break;
+            }
+            blankBefore = blanks >> 56;
+            q += 8;
+        }
+    }
+    return q;
 }
 
 // Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
@@ -468,6 +495,7 @@ private:
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
+                q = SkipPlainWords(q, end, stop);
                 const auto c = static_cast<unsigned char>(*q);
                 if (c > 32 && c != static_cast<unsigned char>(stop)) {
                     ++q;
@@ -478,9 +506,11 @@ private:
                     value = p;
                     return q;
                 }
-                // A single blank between two words needs no work; anything else does.
+                // A single blank between two words needs no work; anything else does. (The value
+                // starts with no blank, so a blank here has a byte before it.)
                 const auto next = static_cast<unsigned char>(q[1]);
-                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
+                    IsSpace(q[-1])) {
                     break;
                 }
                 q += 2;

@@ -75,6 +75,41 @@ TEST(XmlParserAttributes, TrimsOrNormalisesValuesByTheFlags) {
     EXPECT_EQ(ParseAndDescribe("<a v=' 1  2'/>", kXmlNormaliseSpace), "el a ['v'=' 1  2']");
 }
 
+// Trimming and normalising the slow way, to check the parser's fast paths against.
+std::string Normalised(const std::string& text) {
+    std::string out;
+    bool blank = false;
+    for (char c : text) {
+        if (c >= 1 && c <= 32) {
+            blank = !out.empty();
+        } else {
+            if (blank) {
+                out += ' ';
+            }
+            blank = false;
+            out += c;
+        }
+    }
+    return out;
+}
+
+TEST(XmlParserAttributes, NormalisesBlanksAtEveryOffsetOfLongValues) {
+    const char* const runs[] = {" ", "  ", "\t", " \n ", "\r\n"};
+    for (const char* run : runs) {
+        for (std::size_t at = 0; at < 24; ++at) {
+            std::string value = "abcdefghijklmnopqrstuvwxyz0123456789";
+            value.insert(at, run);
+            value.insert(std::min<std::size_t>(value.size(), at + 11), " ");
+            value += std::string(at % 3, ' ');
+            XmlDocument document;
+            document.ParseCopy("<a v='" + value + "'>" + value + "<b/></a>", kXmlStandardReader);
+            XmlBranch a = document.Root().Child(0);
+            EXPECT_EQ(a.Attribute("v")->value, Normalised(value)) << at << " " << value;
+            EXPECT_EQ(std::string(a.Child(0).Value()), Normalised(value)) << at;
+        }
+    }
+}
+
 TEST(XmlParserInstructions, ReadsInstructionsAsNamedNodesWithAttributes) {
     EXPECT_EQ(ParseAndDescribe("<?xml version=\"1.0\"?><a/>"), "pi xml ['version'='1.0'], el a");
     EXPECT_EQ(ParseAndDescribe("<?xml version=\"1.0\" enc='x' ?>\n<a/>"),
