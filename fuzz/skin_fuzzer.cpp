@@ -7,7 +7,8 @@
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const corvid::fuzz::MemoryHostFiles files(std::string(reinterpret_cast<const char*>(data), size));
+    const corvid::fuzz::MemoryHostFiles files(
+        std::string(reinterpret_cast<const char*>(data), size));
     corvid::InstallHostFiles(&files);
     corvid::ApplySkin("Fuzz", true);
     corvid::InstallHostFiles(nullptr);

@@ -77,7 +77,7 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
 }
 
 // Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
-// that follows another blank. Stops at the first eight bytes that need a closer look.
+// that follows another blank. Stops at the first byte that needs a closer look (or near the end).
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
@@ -93,7 +93,7 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
             const std::uint64_t trouble = zeroBytes(x & (kOnes * 0xE0)) | zeroBytes(x ^ stops) |
                                           (blanks & ((blanks << 8) | blankBefore));
             if (trouble) {
-                break;
+                return q + std::countr_zero(trouble) / 8;
             }
             blankBefore = blanks >> 56;
             q += 8;
@@ -502,6 +502,9 @@ private:
                     continue;
                 }
                 if (c == static_cast<unsigned char>(stop) || c == 0) {
+                    if (q > p && q[-1] == ' ') {
+                        break; // a trailing blank
+                    }
                     *q = '\0';
                     value = p;
                     return q;
