@@ -112,9 +112,17 @@ char* TrimValue(char* s, char* e, bool normalise) {
         --e;
     }
     if (normalise) {
+        // Up to the first byte that must change: a blank that is not a lone ' ' between words.
         char* r = s;
-        while (r < e && (!IsSpace(*r) || (*r == ' ' && !IsSpace(r[1])))) {
+        while (true) {
+            r = SkipPlainWords(r, e, '\0');
+            if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
+                break;
+            }
             ++r;
+        }
+        if (r < e && r[-1] == ' ') {
+            --r; // the run started with the blank before
         }
         char* w = r;
         while (r < e) {
