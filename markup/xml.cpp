@@ -1,5 +1,6 @@
 #include "markup/xml.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdlib>
@@ -47,13 +48,22 @@ inline char* SkipSpace(char* p) {
     return p;
 }
 inline char* SkipName(char* p) {
+    while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
+        p += 4;
+    }
     while (IsNameByte(*p)) {
         ++p;
     }
     return p;
 }
-// The first `c` in [p, end), or end.
+// The first `c` in [p, end), or end. Most of what the parser looks for is a few bytes away, so
+// the first bytes are looked at here before the library's scan takes over.
 inline char* Find(char* p, char* end, char c) {
+    for (char* near = p + 16 < end ? p + 16 : end; p < near; ++p) {
+        if (*p == c) {
+            return p;
+        }
+    }
     void* hit = std::memchr(p, c, static_cast<std::size_t>(end - p));
     return hit ? static_cast<char*>(hit) : end;
 }
@@ -213,15 +223,16 @@ bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::ui
     return true;
 }
 
-// The parser grows by the document's step, or by the present capacity once that is larger, so that
-// a flat list of a million elements costs no more than a deep one. Tree building (no pool) grows by
-// exactly one slot.
+// The parser grows an array to eight slots at least, and otherwise by the document's step or by
+// the present capacity, whichever is larger, so that a flat list of a million elements costs no
+// more than a deep one. Tree building (no pool) grows by exactly one slot.
 std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep, const PoolAllocator* pool) {
-    std::uint32_t step = growStep < 1 ? 1 : growStep;
-    if (pool && capacity > step) {
-        step = capacity;
+    const std::uint64_t step = growStep < 1 ? 1 : growStep;
+    std::uint64_t target = capacity + (pool ? std::max<std::uint64_t>(step, capacity) : 1);
+    if (pool && target < 8) {
+        target = 8;
     }
-    return capacity > UINT32_MAX - step ? UINT32_MAX : capacity + step;
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(target, UINT32_MAX));
 }
 
 bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const PoolAllocator* pool) {
