@@ -1,45 +1,46 @@
-// corvid-tool: small command-line views of what the plug-in reads, one subcommand per source file.
+// corvid-tool: command-line access to the plug-in's portable parts.
 
-#include "tools/corvid_tool.h"
+#include "tools/tool_commands.h"
 
+#include <cstdio>
 #include <cstring>
-#include <iostream>
 
 namespace {
 
-struct Subcommand {
+struct Command {
     const char* name;
-    corvid::tool::Command run;
-    const char* usage;
+    int (*run)(int argc, char** argv);
+    const char* summary;
 };
 
-const Subcommand kSubcommands[] = {
-    {"xml", corvid::tool::XmlCommand, "xml FILE                 parse FILE and write it back"},
-    {"skin", corvid::tool::SkinCommand,
-     "skin FILE                every field of the skin FILE gives"},
-    {"text", corvid::tool::TextCommand,
-     "text [--language-root DIR --language NAME] ID...   the texts shown for the ids"},
+constexpr Command kCommands[] = {
+    {"results", corvid::tool::RunResults, "read engine result texts into one result store"},
+    {"xml", corvid::tool::RunXml, "parse a file as the plug-in's readers do and write it back"},
+    {"skin", corvid::tool::RunSkin, "every field of the skin record that a skin file gives"},
+    {"text", corvid::tool::RunText,
+     "the texts shown for string-table ids, through a language file"},
 };
 
-int Usage(std::ostream& err) {
-    err << "usage: corvid-tool COMMAND ARGS...\n";
-    for (const Subcommand& command : kSubcommands) {
-        err << "  corvid-tool " << command.usage << '\n';
+void PrintUsage() {
+    std::fprintf(stderr, "usage: corvid-tool COMMAND [ARGS...]\n");
+    for (const Command& command : kCommands) {
+        std::fprintf(stderr, "  %-10s %s\n", command.name, command.summary);
     }
-    return 2;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        return Usage(std::cerr);
+        PrintUsage();
+        return 2;
     }
-    for (const Subcommand& command : kSubcommands) {
+    for (const Command& command : kCommands) {
         if (std::strcmp(argv[1], command.name) == 0) {
-            return command.run(std::span<char* const>(argv + 2, static_cast<std::size_t>(argc - 2)),
-                               std::cout, std::cerr);
+            return command.run(argc - 2, argv + 2);
         }
     }
-    return Usage(std::cerr);
+    std::fprintf(stderr, "corvid-tool: unknown command '%s'\n", argv[1]);
+    PrintUsage();
+    return 2;
 }

@@ -3,10 +3,11 @@
 
 #include "markup/host_files.h"
 #include "markup/skin.h"
-#include "tools/corvid_tool.h"
+#include "tools/tool_commands.h"
 
 #include <cstdio>
-#include <ostream>
+#include <iostream>
+#include <span>
 #include <string>
 
 namespace corvid::tool {
@@ -61,7 +62,10 @@ private:
 
 } // namespace
 
-int SkinCommand(std::span<char* const> args, std::ostream& out, std::ostream& err) {
+int RunSkin(int argc, char** argv) {
+    const std::span<char* const> args(argv, static_cast<std::size_t>(argc));
+    std::ostream& out = std::cout;
+    std::ostream& err = std::cerr;
     if (args.size() != 1) {
         err << "usage: corvid-tool skin FILE\n";
         return 2;

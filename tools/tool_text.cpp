@@ -3,11 +3,12 @@
 
 #include "markup/host_files.h"
 #include "markup/language_table.h"
-#include "tools/corvid_tool.h"
+#include "tools/tool_commands.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <ostream>
+#include <iostream>
+#include <span>
 #include <string>
 
 namespace corvid::tool {
@@ -50,7 +51,10 @@ bool ParseId(const char* text, std::uint32_t& id) {
 
 } // namespace
 
-int TextCommand(std::span<char* const> args, std::ostream& out, std::ostream& err) {
+int RunText(int argc, char** argv) {
+    const std::span<char* const> args(argv, static_cast<std::size_t>(argc));
+    std::ostream& out = std::cout;
+    std::ostream& err = std::cerr;
     const char* root = nullptr;
     const char* language = nullptr;
     std::size_t next = 0;

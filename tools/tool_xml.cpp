@@ -2,11 +2,12 @@
 // document back, TAB-indented with line breaks.
 
 #include "markup/xml.h"
-#include "tools/corvid_tool.h"
+#include "tools/tool_commands.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <ostream>
+#include <iostream>
+#include <span>
 
 namespace corvid::tool {
 
@@ -45,7 +46,10 @@ char* ReadWholeFile(const char* path) {
 
 } // namespace
 
-int XmlCommand(std::span<char* const> args, std::ostream& out, std::ostream& err) {
+int RunXml(int argc, char** argv) {
+    const std::span<char* const> args(argv, static_cast<std::size_t>(argc));
+    std::ostream& out = std::cout;
+    std::ostream& err = std::cerr;
     if (args.size() != 1) {
         err << "usage: corvid-tool xml FILE\n";
         return 2;
