@@ -425,12 +425,10 @@ bool XmlNameMatches(const char* pattern, const char* name) {
 struct XmlDocument::PoolBlock {
     PoolBlock* next;
     std::size_t capacity;
-    std::size_t used;
 };
 
 namespace {
 constexpr std::size_t kPoolAlign = alignof(void*);
-constexpr std::size_t kBlockHeader = (sizeof(void*) * 3 + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
 } // namespace
 
 class XmlParser {
@@ -447,28 +445,36 @@ public:
 
     void* Allocate(std::size_t size) {
         size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
-        XmlDocument::PoolBlock* block = document_.pool_;
-        if (!block || block->capacity - block->used < size) {
-            std::size_t capacity = block ? block->capacity * 2 : 16 * 1024;
-            if (capacity > 4 * 1024 * 1024) {
-                capacity = 4 * 1024 * 1024;
-            }
-            auto* fresh =
-                static_cast<XmlDocument::PoolBlock*>(std::malloc(kBlockHeader + capacity));
-            if (!fresh) {
-                return nullptr;
-            }
-            fresh->next = block;
-            fresh->capacity = capacity;
-            fresh->used = 0;
-            document_.pool_ = block = fresh;
+        if (static_cast<std::size_t>(poolEnd_ - poolNext_) < size && !NewPoolBlock(size)) {
+            return nullptr;
         }
-        void* memory = reinterpret_cast<char*>(block) + kBlockHeader + block->used;
-        block->used += size;
+        void* memory = poolNext_;
+        poolNext_ += size;
         return memory;
     }
 
 private:
+    static constexpr std::size_t kBlockHeader =
+        (sizeof(XmlDocument::PoolBlock) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+
+    // Blocks double from 16 KB up to 4 MB, and are never smaller than the request.
+    bool NewPoolBlock(std::size_t size) {
+        XmlDocument::PoolBlock* block = document_.pool_;
+        std::size_t capacity =
+            block ? std::min<std::size_t>(block->capacity * 2, 4 << 20) : 16 << 10;
+        capacity = std::max(capacity, size);
+        auto* fresh = static_cast<XmlDocument::PoolBlock*>(std::malloc(kBlockHeader + capacity));
+        if (!fresh) {
+            return false;
+        }
+        fresh->next = block;
+        fresh->capacity = capacity;
+        document_.pool_ = fresh;
+        poolNext_ = reinterpret_cast<char*>(fresh) + kBlockHeader;
+        poolEnd_ = poolNext_ + capacity;
+        return true;
+    }
+
     XmlNode* Append(XmlNode* parent, XmlNodeKind kind) {
         auto* node = static_cast<XmlNode*>(Allocate(sizeof(XmlNode)));
         if (!node) {
@@ -550,6 +556,8 @@ private:
     std::uint32_t options_;
     std::uint32_t growStep_;
     PoolAllocator pool_;
+    char* poolNext_ = nullptr; // the free part of the newest pool block
+    char* poolEnd_ = nullptr;
 
 public:
     bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)

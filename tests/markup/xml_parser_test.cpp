@@ -316,6 +316,16 @@ TEST(XmlHostileInput, AMillionLevelsOfNestingParseSearchWriteAndFree) {
     EXPECT_EQ(out.str().size(), static_cast<std::size_t>(depth) * 7 + 4);
 }
 
+TEST(XmlHostileInput, AFlatListLargerThanAPoolBlockGetsAnArrayOfItsOwnSize) {
+    std::string text = "<r>";
+    for (int i = 0; i < 700000; ++i) {
+        text += "<i/>";
+    }
+    XmlDocument document;
+    document.ParseCopy(text, kXmlStandardReader);
+    EXPECT_EQ(document.Root().Child(0).ChildCount(), 700000u);
+}
+
 TEST(XmlHostileInput, WideFlatListsAndManyAttributesGrowTheirArrays) {
     std::string text = "<r>";
     for (int i = 0; i < 5000; ++i) {
