@@ -35,6 +35,18 @@ TEST(XmlParserElements, SurplusEndTagsKeepParsingAtTheDocumentLevel) {
     EXPECT_EQ(ParseAndDescribe("<a><b></a></a></a><c/>"), "el a {el b}, el c");
 }
 
+TEST(XmlParserElements, NamesRunOverEveryNameByteAtAnyLength) {
+    const std::string tail = "Zz09_:-.\xc3\xa9";
+    for (std::size_t length = 1; length < 24; ++length) {
+        const std::string name = std::string(length, 'n') + tail.substr(0, length % tail.size());
+        for (const char* end : {">", "/>", " a='1'/>", "\t>", "=x>"}) {
+            XmlDocument document;
+            document.ParseCopy("<" + name + end + "</" + name + ">", kXmlStandardReader);
+            EXPECT_STREQ(document.Root().Child(0).Name(), name.c_str()) << name << end;
+        }
+    }
+}
+
 TEST(XmlParserElements, EmptyOrTaglessTextGivesAChildlessDocument) {
     for (const char* text : {"", "plain text only", "   "}) {
         XmlDocument document;
