@@ -15,6 +15,10 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"results", corvid::tool::RunResults, "read engine result texts into one result store"},
+    {"xml", corvid::tool::RunXml, "parse a file as the plug-in's readers do and write it back"},
+    {"skin", corvid::tool::RunSkin, "every field of the skin record that a skin file gives"},
+    {"text", corvid::tool::RunText,
+     "the texts shown for string-table ids, through a language file"},
 };
 
 void PrintUsage() {

@@ -6,5 +6,8 @@
 namespace corvid::tool {
 
 int RunResults(int argc, char** argv);
+int RunXml(int argc, char** argv);
+int RunSkin(int argc, char** argv);
+int RunText(int argc, char** argv);
 
 } // namespace corvid::tool

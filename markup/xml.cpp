@@ -1,0 +1,1178 @@
+#include "markup/xml.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace corvid {
+namespace {
+
+enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2 };
+
+// Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
+// up so that names in any multi-byte code page stay whole.
+constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
+    std::array<std::uint8_t, 256> table{};
+    for (int c = 1; c <= 32; ++c) {
+        table[c] = kSpaceByte;
+    }
+    for (int c = '0'; c <= '9'; ++c) {
+        table[c] = kNameByte;
+    }
+    for (int c = 'a'; c <= 'z'; ++c) {
+        table[c] = kNameByte;
+        table[c - 'a' + 'A'] = kNameByte;
+    }
+    table['_'] = table[':'] = table['-'] = table['.'] = kNameByte;
+    for (int c = 128; c < 256; ++c) {
+        table[c] = kNameByte;
+    }
+    return table;
+}
+constexpr auto kByteClass = MakeByteClasses();
+
+inline bool IsSpace(char c) {
+    return kByteClass[static_cast<unsigned char>(c)] & kSpaceByte;
+}
+inline bool IsNameByte(char c) {
+    return kByteClass[static_cast<unsigned char>(c)] & kNameByte;
+}
+
+inline char* SkipSpace(char* p) {
+    while (IsSpace(*p)) {
+        ++p;
+    }
+    return p;
+}
+inline char* SkipName(char* p) {
+    while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
+        p += 4;
+    }
+    while (IsNameByte(*p)) {
+        ++p;
+    }
+    return p;
+}
+// The first `c` in [p, end), or end. Most of what the parser looks for is a few bytes away, so
+// the first bytes are looked at here before the library's scan takes over.
+inline char* Find(char* p, char* end, char c) {
+    for (char* near = p + 16 < end ? p + 16 : end; p < near; ++p) {
+        if (*p == c) {
+            return p;
+        }
+    }
+    void* hit = std::memchr(p, c, static_cast<std::size_t>(end - p));
+    return hit ? static_cast<char*>(hit) : end;
+}
+// Just past the next `c` in [p, end), or end.
+inline char* SkipPast(char* p, char* end, char c) {
+    char* hit = Find(p, end, c);
+    return hit == end ? end : hit + 1;
+}
+// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end.
+char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
+    while (true) {
+        p = Find(p, end, terminator[0]);
+        if (end - p < 3) {
+            return end;
+        }
+        if (p[1] == terminator[1] && p[2] == terminator[2]) {
+            return p;
+        }
+        ++p;
+    }
+}
+
+// Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
+// that follows another blank. Stops at the first byte that needs a closer look (or near the end).
+inline char* SkipPlainWords(char* q, char* end, char stop) {
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+        constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
+        // Bit 7 of each byte of the result is set exactly when that byte of x is zero.
+        auto zeroBytes = [](std::uint64_t x) { return ~(((x & kLow7) + kLow7) | x | kLow7); };
+        const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
+        std::uint64_t blankBefore = 0;
+        while (end - q >= 8) {
+            std::uint64_t x;
+            std::memcpy(&x, q, 8);
+            const std::uint64_t blanks = zeroBytes(x ^ (kOnes * ' '));
+            const std::uint64_t trouble = zeroBytes(x & (kOnes * 0xE0)) | zeroBytes(x ^ stops) |
+                                          (blanks & ((blanks << 8) | blankBefore));
+            if (trouble) {
+                return q + std::countr_zero(trouble) / 8;
+            }
+            blankBefore = blanks >> 56;
+            q += 8;
+        }
+    }
+    return q;
+}
+
+// Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
+// into one blank. Writes the terminating NUL and returns the new start.
+char* TrimValue(char* s, char* e, bool normalise) {
+    while (s < e && IsSpace(*s)) {
+        ++s;
+    }
+    while (e > s && IsSpace(e[-1])) {
+        --e;
+    }
+    if (normalise) {
+        // Up to the first byte that must change: a blank that is not a lone ' ' between words.
+        char* r = s;
+        while (true) {
+            r = SkipPlainWords(r, e, '\0');
+            if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
+                break;
+            }
+            ++r;
+        }
+        if (r < e && r[-1] == ' ') {
+            --r; // the run started with the blank before
+        }
+        char* w = r;
+        while (r < e) {
+            if (IsSpace(*r)) {
+                *w++ = ' ';
+                ++r;
+                while (IsSpace(*r)) {
+                    ++r;
+                }
+            } else {
+                *w++ = *r++;
+            }
+        }
+        e = w;
+    }
+    *e = '\0';
+    return s;
+}
+
+bool HasAttributes(XmlNodeKind kind) {
+    return kind == kXmlElement || kind == kXmlProcessingInstruction || kind == kXmlDocType;
+}
+bool HasChildren(XmlNodeKind kind) {
+    return kind == kXmlDocument || kind == kXmlElement || kind == kXmlDocType;
+}
+
+void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
+    const bool attributes = HasAttributes(kind);
+    const bool children = HasChildren(kind);
+    *node = XmlNode{nullptr,
+                    nullptr,
+                    1,
+                    kind,
+                    0,
+                    attributes ? 1u : 0u,
+                    attributes ? &node->firstAttributeSlot : nullptr,
+                    0,
+                    children ? 1u : 0u,
+                    children ? &node->firstChildSlot : nullptr,
+                    nullptr,
+                    1,
+                    pooled,
+                    0,
+                    0,
+                    0,
+                    nullptr,
+                    nullptr};
+}
+
+// Where the parser takes grown arrays from: the document's pool. Tree building passes none and
+// uses the heap.
+struct PoolAllocator {
+    void* (*allocate)(void* context, std::size_t size);
+    void* context;
+};
+
+// Grows an array of pointers to `newCapacity` slots. The first slot may live inside the node, and
+// a pooled array is never freed on its own.
+template <typename T>
+bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::uint32_t newCapacity,
+               T** inlineSlot, std::uint8_t& pooledArray, const PoolAllocator* pool) {
+    if (newCapacity <= capacity) {
+        return false;
+    }
+    const bool ownArray = array != nullptr && array != inlineSlot && !pooledArray;
+    T** grown;
+    if (pool || !ownArray) {
+        grown = static_cast<T**>(pool ? pool->allocate(pool->context, sizeof(T*) * newCapacity)
+                                      : std::malloc(sizeof(T*) * newCapacity));
+        if (!grown) {
+            return false;
+        }
+        if (count > 0) {
+            std::memcpy(grown, array, sizeof(T*) * count);
+        }
+        if (ownArray) {
+            std::free(array);
+        }
+        pooledArray = pool != nullptr;
+    } else {
+        grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
+        if (!grown) {
+            return false;
+        }
+    }
+    array = grown;
+    capacity = newCapacity;
+    return true;
+}
+
+// The parser grows an array to eight slots at least, and otherwise by the document's step or by
+// the present capacity, whichever is larger, so that a flat list of a million elements costs no
+// more than a deep one. Tree building (no pool) grows by exactly one slot.
+std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep, const PoolAllocator* pool) {
+    const std::uint64_t step = growStep < 1 ? 1 : growStep;
+    std::uint64_t target = capacity + (pool ? std::max<std::uint64_t>(step, capacity) : 1);
+    if (pool && target < 8) {
+        target = 8;
+    }
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(target, UINT32_MAX));
+}
+
+bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const PoolAllocator* pool) {
+    if (parent->childCount == parent->childCapacity &&
+        !GrowArray(parent->children, parent->childCount, parent->childCapacity,
+                   Grown(parent->childCapacity, growStep, pool), &parent->firstChildSlot,
+                   parent->childrenPooled, pool)) {
+        return false;
+    }
+    parent->children[parent->childCount++] = child;
+    child->parent = parent;
+    return true;
+}
+
+bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep,
+                  const PoolAllocator* pool) {
+    if (node->attributeCount == node->attributeCapacity &&
+        !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
+                   Grown(node->attributeCapacity, growStep, pool), &node->firstAttributeSlot,
+                   node->attributesPooled, pool)) {
+        return false;
+    }
+    node->attributes[node->attributeCount++] = attribute;
+    return true;
+}
+
+void FreeAttribute(XmlAttribute* attribute) {
+    if (!attribute->nameInPlace) {
+        std::free(attribute->name);
+    }
+    if (!attribute->valueInPlace) {
+        std::free(attribute->value);
+    }
+    if (!attribute->pooled) {
+        std::free(attribute);
+    }
+}
+
+void FreeNodeRecord(XmlNode* node) {
+    for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
+        FreeAttribute(node->attributes[i]);
+    }
+    if (node->attributes != &node->firstAttributeSlot && !node->attributesPooled) {
+        std::free(node->attributes);
+    }
+    if (node->children != &node->firstChildSlot && !node->childrenPooled) {
+        std::free(node->children);
+    }
+    if (!node->nameInPlace) {
+        std::free(node->name);
+    }
+    if (!node->valueInPlace) {
+        std::free(node->value);
+    }
+    if (!node->pooled) {
+        std::free(node);
+    }
+}
+
+// Frees a whole tree without recursion: always the last child of the deepest node first.
+void DestroyTree(XmlNode* root) {
+    XmlNode* node = root;
+    while (node) {
+        while (node->childCount > 0) {
+            node = node->children[node->childCount - 1];
+        }
+        XmlNode* parent = node->parent;
+        FreeNodeRecord(node);
+        if (node == root) {
+            break;
+        }
+        --parent->childCount;
+        node = parent;
+    }
+}
+
+// Notes on the Document node that some node of its tree now owns heap memory.
+void MarkHeapBelow(XmlNode* node) {
+    while (node->parent && node->parent != node) {
+        node = node->parent;
+    }
+    node->heapBelow = 1;
+}
+
+// Replaces a name or value by the copy rule: in place when the new text fits, else an owned copy.
+bool AssignString(char*& field, std::uint8_t& inPlace, const char* text) {
+    std::size_t length = std::strlen(text);
+    if (field && length <= std::strlen(field)) {
+        std::memcpy(field, text, length + 1);
+        return true;
+    }
+    char* copy = static_cast<char*>(std::malloc(length + 1));
+    if (!copy) {
+        return false;
+    }
+    std::memcpy(copy, text, length + 1);
+    if (!inPlace) {
+        std::free(field);
+    }
+    field = copy;
+    inPlace = 0;
+    return true;
+}
+
+// Matches one `[...]` set starting just after the `[`. Returns the byte after the closing `]`, or
+// null when the set never closes (such a pattern matches nothing).
+const char* MatchSet(const char* p, unsigned char c, bool& matched) {
+    bool negate = false;
+    if (*p == '!') {
+        negate = true;
+        ++p;
+    }
+    bool hit = false;
+    bool first = true;
+    while (*p && (*p != ']' || first)) {
+        auto low = static_cast<unsigned char>(*p);
+        if (p[1] == '-' && p[2] && p[2] != ']' && static_cast<unsigned char>(p[2]) >= low) {
+            auto high = static_cast<unsigned char>(p[2]);
+            hit |= c >= low && c <= high;
+            p += 3;
+        } else {
+            hit |= c == low;
+            ++p;
+        }
+        first = false;
+    }
+    if (*p != ']') {
+        return nullptr;
+    }
+    matched = hit != negate;
+    return p + 1;
+}
+
+} // namespace
+
+bool XmlNameMatches(const char* pattern, const char* name) {
+    if (!pattern || !name) {
+        return false;
+    }
+    const char* p = pattern;
+    const char* n = name;
+    const char* starPattern = nullptr; // just after the last `*` seen
+    const char* starName = nullptr;    // where that `*` now stops matching
+    while (true) {
+        if (*p == '*') {
+            while (*p == '*') {
+                ++p;
+            }
+            if (!*p) {
+                return true;
+            }
+            starPattern = p;
+            starName = n;
+            continue;
+        }
+        bool matched = false;
+        const char* next = nullptr;
+        if (*n) {
+            if (*p == '?') {
+                matched = true;
+                next = p + 1;
+            } else if (*p == '[') {
+                next = MatchSet(p + 1, static_cast<unsigned char>(*n), matched);
+                if (!next) {
+                    return false;
+                }
+            } else if (*p) {
+                matched = *p == *n;
+                next = p + 1;
+            }
+        } else if (!*p) {
+            return true;
+        }
+        if (matched) {
+            p = next;
+            ++n;
+            continue;
+        }
+        if (!starPattern || !*starName) {
+            return false;
+        }
+        p = starPattern;
+        n = ++starName;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The document and its pool of records.
+
+struct XmlDocument::PoolBlock {
+    PoolBlock* next;
+    std::size_t capacity;
+};
+
+namespace {
+constexpr std::size_t kPoolAlign = alignof(void*);
+} // namespace
+
+class XmlParser {
+public:
+    XmlParser(XmlDocument& document, std::uint32_t options)
+        : document_(document), options_(options),
+          growStep_(document.growStep == 0 ? 1 : document.growStep),
+          pool_{[](void* self, std::size_t size) {
+                    return static_cast<XmlParser*>(self)->Allocate(size);
+                },
+                this} {}
+
+    char* Run(char* p, char* end, XmlNode* current, int depth);
+
+    void* Allocate(std::size_t size) {
+        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+        if (static_cast<std::size_t>(poolEnd_ - poolNext_) < size && !NewPoolBlock(size)) {
+            return nullptr;
+        }
+        void* memory = poolNext_;
+        poolNext_ += size;
+        return memory;
+    }
+
+private:
+    static constexpr std::size_t kBlockHeader =
+        (sizeof(XmlDocument::PoolBlock) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+
+    // Blocks double from 16 KB up to 4 MB, and are never smaller than the request.
+    bool NewPoolBlock(std::size_t size) {
+        XmlDocument::PoolBlock* block = document_.pool_;
+        std::size_t capacity =
+            block ? std::min<std::size_t>(block->capacity * 2, 4 << 20) : 16 << 10;
+        capacity = std::max(capacity, size);
+        auto* fresh = static_cast<XmlDocument::PoolBlock*>(std::malloc(kBlockHeader + capacity));
+        if (!fresh) {
+            return false;
+        }
+        fresh->next = block;
+        fresh->capacity = capacity;
+        document_.pool_ = fresh;
+        poolNext_ = reinterpret_cast<char*>(fresh) + kBlockHeader;
+        poolEnd_ = poolNext_ + capacity;
+        return true;
+    }
+
+    XmlNode* Append(XmlNode* parent, XmlNodeKind kind) {
+        auto* node = static_cast<XmlNode*>(Allocate(sizeof(XmlNode)));
+        if (!node) {
+            return nullptr;
+        }
+        InitNode(node, kind, true);
+        if (!AddChild(parent, node, growStep_, &pool_)) {
+            FreeNodeRecord(node);
+            return nullptr;
+        }
+        return node;
+    }
+
+    XmlAttribute* AppendAttribute(XmlNode* node, char* name, char* value) {
+        auto* attribute = static_cast<XmlAttribute*>(Allocate(sizeof(XmlAttribute)));
+        if (!attribute) {
+            return nullptr;
+        }
+        *attribute = XmlAttribute{name, 1, value, 1, 1};
+        if (!AddAttribute(node, attribute, growStep_, &pool_)) {
+            return nullptr;
+        }
+        return attribute;
+    }
+
+    char* Trim(char* s, char* e, std::uint32_t flag) {
+        if (!(options_ & flag)) {
+            *e = '\0';
+            return s;
+        }
+        return TrimValue(s, e, options_ & kXmlNormaliseSpace);
+    }
+
+    // Cuts the value that starts at `p` and runs to the next `stop` byte (or the end), trimmed per
+    // `flag`: one pass over the bytes when there is nothing to trim. Returns the stop position.
+    char* CutValue(char* p, char* end, char stop, std::uint32_t flag, char*& value) {
+        if (!(options_ & flag)) {
+            char* close = Find(p, end, stop);
+            *close = '\0';
+            value = p;
+            return close;
+        }
+        char* q = p;
+        if (!IsSpace(*q)) {
+            while (true) {
+                q = SkipPlainWords(q, end, stop);
+                const auto c = static_cast<unsigned char>(*q);
+                if (c > 32 && c != static_cast<unsigned char>(stop)) {
+                    ++q;
+                    continue;
+                }
+                if (c == static_cast<unsigned char>(stop) || c == 0) {
+                    if (q > p && q[-1] == ' ') {
+                        break; // a trailing blank
+                    }
+                    *q = '\0';
+                    value = p;
+                    return q;
+                }
+                // A single blank between two words needs no work; anything else does. (The value
+                // starts with no blank, so a blank here has a byte before it.)
+                const auto next = static_cast<unsigned char>(q[1]);
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
+                    IsSpace(q[-1])) {
+                    break;
+                }
+                q += 2;
+            }
+        }
+        char* close = Find(q, end, stop);
+        value = TrimValue(p, close, options_ & kXmlNormaliseSpace);
+        return close;
+    }
+
+    char* DocType(char* p, char* end, XmlNode*& current, int depth);
+    char* Declaration(char* p, char* end, XmlNode* current);
+
+    XmlDocument& document_;
+    std::uint32_t options_;
+    std::uint32_t growStep_;
+    PoolAllocator pool_;
+    char* poolNext_ = nullptr; // the free part of the newest pool block
+    char* poolEnd_ = nullptr;
+
+public:
+    bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
+    char* stopAt = nullptr; // where it ended
+};
+
+namespace {
+// Internal subsets nested deeper than this (a DOCTYPE inside a DOCTYPE's subset, and so on) are
+// kept as raw text rather than parsed, so that no input can exhaust the stack.
+constexpr int kMaxSubsetDepth = 16;
+
+bool StartsWith(const char* p, const char* word) {
+    while (*word) {
+        if (*p++ != *word++) {
+            return false;
+        }
+    }
+    return true;
+}
+} // namespace
+
+// Reads `<!DOCTYPE` from just after the keyword. Returns where parsing goes on (step 1).
+char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
+    const bool keep = options_ & kXmlParseDocType;
+    p = SkipSpace(p);
+    XmlNode* node = nullptr;
+    if (keep) {
+        node = Append(current, kXmlDocType);
+        if (!node) {
+            stopped = true;
+            return end;
+        }
+        current = node;
+    }
+    char* name = p;
+    p = SkipName(p);
+    char next = *p; // the byte that the cut overwrites, still to be looked at
+    if (p == end) {
+        return end;
+    }
+    *p = '\0';
+    if (keep) {
+        node->name = name;
+    }
+    if (keep && !AppendAttribute(node, name, name)) {
+        stopped = true;
+        return end;
+    }
+    char* cut = p;
+    while (true) {
+        char c = p == cut ? next : *p;
+        if (p >= end) {
+            return end;
+        }
+        if (IsSpace(c)) {
+            p = SkipSpace(p + 1);
+        } else if (IsNameByte(c)) {
+            char* word = p;
+            p = SkipName(p);
+            next = *p;
+            if (p == end) {
+                return end;
+            }
+            *p = '\0';
+            cut = p;
+            if (keep && !AppendAttribute(node, word, word)) {
+                stopped = true;
+                return end;
+            }
+        } else if (c == '"' || c == '\'') {
+            char* literal = p + 1;
+            char* close = Find(literal, end, c);
+            if (close == end) {
+                return end;
+            }
+            *close = '\0';
+            p = close + 1;
+            if (keep && !AppendAttribute(node, nullptr, literal)) {
+                stopped = true;
+                return end;
+            }
+        } else if (c == '[') {
+            char* subset = p + 1;
+            char* q = subset;
+            int open = 1;
+            while (q < end) {
+                if (*q == '[') {
+                    ++open;
+                } else if (*q == ']' && --open == 0) {
+                    break;
+                }
+                ++q;
+            }
+            *q = '\0';
+            if (keep) {
+                node->value = subset;
+                if ((options_ & kXmlParseDtd) && depth < kMaxSubsetDepth) {
+                    Run(subset, q, node, depth + 1);
+                    if (stopped) {
+                        return stopAt;
+                    }
+                } else if (!(options_ & kXmlDtdOnly)) {
+                    node->value = Trim(subset, q, kXmlTrimDocType);
+                }
+                if (options_ & kXmlDtdOnly) {
+                    stopped = true;
+                    stopAt = q == end ? end : q + 1;
+                    return stopAt;
+                }
+            }
+            p = q == end ? end : q + 1;
+            break;
+        } else {
+            if (c == '>') {
+                // The closing `>` itself, perhaps already cut to NUL: parsing goes on after it.
+                if (keep) {
+                    current = node->parent;
+                }
+                return p + 1;
+            }
+            break;
+        }
+    }
+    if (keep) {
+        current = node->parent;
+    }
+    return SkipPast(p, end, '>');
+}
+
+// Reads a declaration `<!NAME ...>` from the keyword on. Returns where parsing goes on (step 1).
+char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
+    char* keyword = p;
+    p = SkipName(p);
+    std::size_t length = static_cast<std::size_t>(p - keyword);
+    XmlNodeKind kind = kXmlDtdEntity;
+    if (length == 7 && std::memcmp(keyword, "ATTLIST", 7) == 0) {
+        kind = kXmlDtdAttList;
+    } else if (length == 7 && std::memcmp(keyword, "ELEMENT", 7) == 0) {
+        kind = kXmlDtdElement;
+    } else if (length == 8 && std::memcmp(keyword, "NOTATION", 8) == 0) {
+        kind = kXmlDtdNotation;
+    }
+    XmlNode* node = Append(current, kind);
+    if (!node) {
+        stopped = true;
+        return end;
+    }
+    p = SkipSpace(p);
+    char* name = p;
+    if (*p == '%') {
+        char* percent = p;
+        p = SkipSpace(p + 1);
+        if (p > percent + 1) {
+            *percent = ' ';
+            p[-1] = '%';
+        }
+        name = p - 1;
+    }
+    p = SkipName(p);
+    node->name = name;
+    char next = *p;
+    if (p == end) {
+        return end;
+    }
+    *p = '\0';
+    if (next == '>') {
+        return p + 1;
+    }
+    char* value = SkipSpace(p + 1);
+    char* close = value;
+    if (kind == kXmlDtdEntity) {
+        while (close < end && *close != '>') {
+            if (*close == '"' || *close == '\'') {
+                close = Find(close + 1, end, *close);
+                if (close == end) {
+                    break;
+                }
+            }
+            ++close;
+        }
+    } else {
+        close = Find(value, end, '>');
+    }
+    node->value = Trim(value, close, kXmlTrimDtd);
+    return close == end ? end : close + 1;
+}
+
+// The parse proper, over [p, end) with *end == NUL. Returns the position where it stopped.
+char* XmlParser::Run(char* p, char* end, XmlNode* current, int depth) {
+    XmlNode* node;
+    char* piClose = nullptr;
+    char c;
+
+outside: // Outside markup: everything up to the next `<` is skipped.
+    p = Find(p, end, '<');
+    if (p == end) {
+        return end;
+    }
+    ++p;
+
+markup: // Just after a `<`.
+    switch (*p) {
+    case '?':
+        if (!IsNameByte(p[1])) {
+            p = SkipPast(p, end, '>');
+            goto outside;
+        }
+        if (!(options_ & kXmlParsePi)) {
+            p = SkipPast(p, end, '>');
+            goto outside;
+        }
+        piClose = Find(p + 1, end, '?');
+        if (piClose != end) {
+            *piClose = '/';
+        }
+        node = Append(current, kXmlProcessingInstruction);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        current = node;
+        ++p;
+        goto name;
+    case '!':
+        ++p;
+        if (p[0] == '-' && p[1] == '-') {
+            char* value = p + 2;
+            char* close = FindTerminator(value, end, "-->");
+            if (options_ & kXmlParseComments) {
+                node = Append(current, kXmlComment);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimComments);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == '[' && StartsWith(p + 1, "CDATA[")) {
+            char* value = p + 7;
+            char* close = FindTerminator(value, end, "]]>");
+            if (options_ & kXmlParseCData) {
+                node = Append(current, kXmlCData);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimCData);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == '[' && StartsWith(p + 1, "INCLUDE[")) {
+            char* value = p + 9;
+            char* close = FindTerminator(value, end, "]]>");
+            if (options_ & kXmlParseDocType) {
+                node = Append(current, kXmlInclude);
+                if (!node) {
+                    stopped = true;
+                    return p;
+                }
+                node->value = Trim(value, close, kXmlTrimCData);
+            }
+            p = close == end ? end : close + 3;
+            goto content;
+        }
+        if (p[0] == 'D') {
+            if (!StartsWith(p + 1, "OCTYPE")) {
+                goto outside;
+            }
+            p = DocType(p + 7, end, current, depth);
+            if (stopped) {
+                return p;
+            }
+            goto outside;
+        }
+        if (IsNameByte(*p)) {
+            p = Declaration(p, end, current);
+            if (stopped) {
+                return p;
+            }
+            goto outside;
+        }
+        goto outside;
+    case '/':
+        p = SkipPast(p, end, '>');
+        current = current->parent;
+        goto outside;
+    default:
+        if (!IsNameByte(*p)) {
+            goto outside;
+        }
+        node = Append(current, kXmlElement);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        current = node;
+        goto name;
+    }
+
+name: // The name of an element or instruction, then its attributes.
+    current->name = p;
+    p = SkipName(p);
+    c = *p;
+    if (p == end) {
+        return end;
+    }
+    *p++ = '\0';
+    if (c == '/') {
+        p = SkipPast(p, end, '>');
+        current = current->parent;
+        goto outside;
+    }
+    if (!IsSpace(c)) {
+        goto content;
+    }
+    // From here `c` is the byte under `p`: a name cut may have overwritten it with NUL.
+    p = SkipSpace(p);
+    c = *p;
+    while (IsNameByte(c)) {
+        char* attributeName = p;
+        p = SkipName(p);
+        char* nameEnd = p;
+        p = SkipSpace(p);
+        c = *p;
+        if (p == end) {
+            return end;
+        }
+        *nameEnd = '\0';
+        XmlAttribute* attribute = AppendAttribute(current, attributeName, nullptr);
+        if (!attribute) {
+            stopped = true;
+            return p;
+        }
+        if (c != '=') {
+            continue;
+        }
+        p = SkipSpace(p + 1);
+        c = *p;
+        if (c != '"' && c != '\'') {
+            if (IsNameByte(c)) {
+                continue;
+            }
+            goto outside;
+        }
+        char* close = CutValue(p + 1, end, c, kXmlTrimAttributes, attribute->value);
+        if (close == end) {
+            return end;
+        }
+        p = close + 1;
+        if (*p == '>') {
+            ++p;
+            goto content;
+        }
+        if (*p == '/') {
+            current = current->parent;
+            p = SkipSpace(p + 1);
+            if (*p == '>') {
+                ++p;
+            }
+            goto outside;
+        }
+        p = SkipSpace(p);
+        c = *p;
+    }
+    if (current->kind == kXmlProcessingInstruction) {
+        // Past the `/` that stands for the closing `?`, unless an attribute value swallowed it.
+        if (piClose && piClose >= p && piClose < end) {
+            p = piClose + 1;
+        } else {
+            p = SkipPast(p, end, '?');
+        }
+        p = SkipSpace(p);
+        if (*p == '/') {
+            p = SkipSpace(p + 1);
+        }
+        if (*p == '>') {
+            ++p;
+        }
+        current = current->parent;
+        goto content;
+    }
+    if (c == '/' && p[1] == '>') {
+        p += 2;
+        current = current->parent;
+        goto outside;
+    }
+    if (c == '>') {
+        ++p;
+        goto content;
+    }
+    goto outside;
+
+content: // After a `>`: text up to the next tag.
+    p = SkipSpace(p);
+    if (p >= end) {
+        return end;
+    }
+    if (*p == '<') {
+        if (p[1] == '/') {
+            p = SkipPast(p + 2, end, '>');
+            current = current->parent;
+            goto outside;
+        }
+        ++p;
+        goto markup;
+    }
+    {
+        node = Append(current, kXmlText);
+        if (!node) {
+            stopped = true;
+            return p;
+        }
+        char* close = CutValue(p, end, '<', kXmlTrimText, node->value);
+        if (close == end) {
+            return end;
+        }
+        p = close + 1;
+        if (*p == '/') {
+            p = SkipPast(p + 1, end, '>');
+            current = current->parent;
+            goto content;
+        }
+        goto markup;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+XmlDocument::~XmlDocument() {
+    Reset();
+}
+
+void XmlDocument::Reset() {
+    if (root_) {
+        // A parsed tree lives wholly in the pool and the buffer; only a tree that the building
+        // calls touched holds heap memory that needs the walk.
+        if (root_->heapBelow) {
+            DestroyTree(root_);
+        } else {
+            std::free(root_);
+        }
+        root_ = nullptr;
+    }
+    while (pool_) {
+        PoolBlock* next = pool_->next;
+        std::free(pool_);
+        pool_ = next;
+    }
+    std::free(text_);
+    text_ = nullptr;
+    length_ = 0;
+}
+
+void XmlDocument::Create() {
+    Reset();
+    root_ = static_cast<XmlNode*>(std::malloc(sizeof(XmlNode)));
+    if (root_) {
+        InitNode(root_, kXmlDocument, false);
+        root_->parent = root_;
+    }
+}
+
+const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
+    if (!text) {
+        return nullptr;
+    }
+    Create();
+    text_ = text;
+    length_ = std::strlen(text);
+    if (parseOptions != kXmlKeepOptions) {
+        options = parseOptions;
+    }
+    if (!root_) {
+        return text;
+    }
+    XmlParser parser(*this, options);
+    return parser.Run(text, text + length_, root_, 0);
+}
+
+const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOptions) {
+    char* buffer = static_cast<char*>(std::malloc(text.size() + 1));
+    if (!buffer) {
+        Reset();
+        return nullptr;
+    }
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+    return Parse(buffer, parseOptions);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reading and building through handles.
+
+XmlBranch XmlBranch::Child(std::uint32_t index) const {
+    if (!node_ || index >= node_->childCount) {
+        return {};
+    }
+    return XmlBranch(node_->children[index]);
+}
+
+XmlAttribute* XmlBranch::AttributeAt(std::uint32_t index) const {
+    if (!node_ || index >= node_->attributeCount) {
+        return nullptr;
+    }
+    return node_->attributes[index];
+}
+
+bool XmlBranch::MatchesName(const char* pattern) const {
+    return node_ && node_->name && XmlNameMatches(pattern, node_->name);
+}
+
+XmlBranch XmlBranch::FindFirst(const char* pattern) const {
+    if (!node_ || !pattern) {
+        return {};
+    }
+    // Pre-order with an explicit stack of (node, next child), so that depth costs no stack.
+    std::vector<std::pair<XmlNode*, std::uint32_t>> stack;
+    stack.emplace_back(node_, 0);
+    while (!stack.empty()) {
+        auto& [parent, next] = stack.back();
+        if (next >= parent->childCount) {
+            stack.pop_back();
+            continue;
+        }
+        XmlNode* child = parent->children[next++];
+        if (child->name && XmlNameMatches(pattern, child->name)) {
+            return XmlBranch(child);
+        }
+        if (child->childCount > 0) {
+            stack.emplace_back(child, 0);
+        }
+    }
+    return {};
+}
+
+XmlAttribute* XmlBranch::Attribute(const char* pattern) const {
+    if (!node_ || !pattern) {
+        return nullptr;
+    }
+    for (std::uint32_t i = 0; i < node_->attributeCount; ++i) {
+        XmlAttribute* attribute = node_->attributes[i];
+        if (attribute->name && XmlNameMatches(pattern, attribute->name)) {
+            return attribute;
+        }
+    }
+    return nullptr;
+}
+
+XmlBranch XmlBranch::AppendChild(XmlNodeKind kind) const {
+    if (!node_ || (node_->kind != kXmlDocument && node_->kind != kXmlElement)) {
+        return {};
+    }
+    auto* child = static_cast<XmlNode*>(std::malloc(sizeof(XmlNode)));
+    if (!child) {
+        return {};
+    }
+    InitNode(child, kind, false);
+    child->nameInPlace = 0;
+    child->valueInPlace = 0;
+    MarkHeapBelow(node_);
+    if (!AddChild(node_, child, 1, nullptr)) {
+        FreeNodeRecord(child);
+        return {};
+    }
+    return XmlBranch(child);
+}
+
+bool XmlBranch::SetName(const char* text) const {
+    if (!node_ || !text ||
+        (node_->kind != kXmlElement && node_->kind != kXmlProcessingInstruction)) {
+        return false;
+    }
+    MarkHeapBelow(node_);
+    return AssignString(node_->name, node_->nameInPlace, text);
+}
+
+bool XmlBranch::SetValue(const char* text) const {
+    if (!node_ || !text) {
+        return false;
+    }
+    MarkHeapBelow(node_);
+    return AssignString(node_->value, node_->valueInPlace, text);
+}
+
+bool XmlBranch::SetAttributeValue(XmlAttribute* attribute, const char* text) const {
+    if (!node_ || !attribute || !text) {
+        return false;
+    }
+    MarkHeapBelow(node_);
+    return AssignString(attribute->value, attribute->valueInPlace, text);
+}
+
+XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
+    if (!node_ || !name) {
+        return nullptr;
+    }
+    if (XmlAttribute* found = Attribute(name)) {
+        return found;
+    }
+    auto* attribute = static_cast<XmlAttribute*>(std::malloc(sizeof(XmlAttribute)));
+    if (!attribute) {
+        return nullptr;
+    }
+    MarkHeapBelow(node_);
+    *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
+    if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
+        !AssignString(attribute->value, attribute->valueInPlace, "") ||
+        !AddAttribute(node_, attribute, 1, nullptr)) {
+        FreeAttribute(attribute);
+        return nullptr;
+    }
+    return attribute;
+}
+
+} // namespace corvid
