@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <random>
 #include <string>
@@ -82,52 +83,44 @@ std::vector<std::string> MakeTexts() {
     return texts;
 }
 
-// The reference: a whole document tree per text, then the same fields taken from it and handed
-// to sink one file at a time, as the download side's reading does.
+// The reference: a whole document tree per text, then the same fields taken from it (views
+// into the tree, as ours are views into the text) and handed to sink one file at a time.
 template <typename Sink> int ReadWithPugixml(const std::string& text, Sink&& sink) {
     pugi::xml_document document;
     if (!document.load_buffer(text.data(), text.size())) {
         return 0;
     }
     const pugi::xml_node root = document.child("searchresult");
-    corvid::ParsedResult result;
-    corvid::ResultSource& source = result.source;
-    const char* const keyword = root.child_value("keyword");
-    const char* const type = root.child_value("type");
-    const char* const nodeId = root.child_value("nodeid");
-    const char* const host = root.child_value("ip");
-    const int port = root.child("port").text().as_int();
-    const int speed = root.child("speed").text().as_int();
-    const char* const vendorCode = root.child_value("vendorCode");
-    const unsigned flags = std::strtoul(root.child_value("opendata"), nullptr, 16);
+    corvid::ResultFields fields;
+    fields.keyword = root.child_value("keyword");
+    fields.type = root.child_value("type");
+    fields.nodeId = root.child_value("nodeid");
+    fields.host = root.child_value("ip");
+    fields.port = root.child("port").text().as_int();
+    fields.speed = root.child("speed").text().as_int();
+    fields.vendorCode = root.child_value("vendorCode");
+    if (std::strtoul(root.child_value("opendata"), nullptr, 16) & 1u) {
+        fields.browsable = 0;
+        fields.push = 1;
+    }
     int files = 0;
     for (const pugi::xml_node file : root.child("ResultSet").children("FileInfo")) {
-        source.name = file.child_value("name");
-        source.host = host;
-        source.port = port;
-        source.fileIndex = file.attribute("id").as_int();
-        source.size = file.child("size").text().as_int();
-        source.speed = speed;
-        source.type = type;
-        source.vendorCode = vendorCode;
-        source.browsable = flags & 1u ? 0 : 1;
-        source.uptime.clear();
-        source.guid.clear();
-        source.nodeId = nodeId;
-        source.info = file.child_value("info");
-        source.push = flags & 1u ? 1 : 0;
-        result.sha1 = file.child_value("sha1");
-        result.keyword = keyword;
-        sink(result);
+        fields.fileIndex = file.attribute("id").as_int();
+        fields.name = file.child_value("name");
+        fields.size = file.child("size").text().as_int();
+        fields.info = file.child_value("info");
+        fields.sha1 = file.child_value("sha1");
+        sink(static_cast<const corvid::ResultFields&>(fields));
         ++files;
     }
     return files;
 }
 
+// Both readers file through the same AcceptResult, which copies what it keeps.
 int IngestWithPugixml(corvid::ResultStore& store, const std::string& text) {
     int accepted = 0;
-    ReadWithPugixml(text, [&](corvid::ParsedResult& result) {
-        if (corvid::AcceptResult(store, std::move(result))) {
+    ReadWithPugixml(text, [&](const corvid::ResultFields& fields) {
+        if (corvid::AcceptResult(store, fields)) {
             ++accepted;
         }
     });
@@ -138,24 +131,23 @@ int IngestWithScanner(corvid::ResultStore& store, const std::string& text) {
     return corvid::ReadSearchResult(store, text).value();
 }
 
-// Reading alone: every field is looked at, nothing is stored.
-std::size_t Touch(const corvid::ParsedResult& r) {
-    return r.source.name.size() + r.source.host.size() + r.source.type.size() +
-           r.source.vendorCode.size() + r.source.nodeId.size() + r.source.info.size() +
-           r.sha1.size() + r.keyword.size() +
-           static_cast<std::size_t>(r.source.port + r.source.fileIndex + r.source.size +
-                                    r.source.speed + r.source.push);
+// Reading alone: every field is extracted and looked at, nothing is stored.
+std::size_t Touch(const corvid::ResultFields& r) {
+    return r.name.size() + r.host.size() + r.type.size() + r.vendorCode.size() + r.nodeId.size() +
+           r.info.size() + r.sha1.size() + r.keyword.size() +
+           static_cast<std::size_t>(r.port + r.fileIndex + r.size + r.speed + r.push);
 }
 
 int ReadOnlyWithPugixml(corvid::ResultStore&, const std::string& text) {
     std::size_t sum = 0;
-    ReadWithPugixml(text, [&](corvid::ParsedResult& result) { sum += Touch(result); });
+    ReadWithPugixml(text, [&](const corvid::ResultFields& fields) { sum += Touch(fields); });
     return static_cast<int>(sum & 1);
 }
 
 int ReadOnlyWithScanner(corvid::ResultStore&, const std::string& text) {
     std::size_t sum = 0;
-    corvid::ReadResultFiles(text, [&](corvid::ParsedResult& result) { sum += Touch(result); });
+    corvid::ReadResultFields(text,
+                             [&](const corvid::ResultFields& fields) { sum += Touch(fields); });
     return static_cast<int>(sum & 1);
 }
 
