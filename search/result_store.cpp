@@ -175,22 +175,21 @@ void ResultStore::Clear() {
     count_ = 0;
 }
 
-bool AcceptResult(ResultStore& store, const ResultFields& result) {
-    if (store.count_ >= store.limit_) {
+bool ResultStore::Accept(const ResultFields& result, std::uint64_t hash) {
+    if (count_ >= limit_) {
         return true;
     }
     std::string_view type = result.type;
     if (EqualsIgnoringCase(type, "All")) {
-        type = store.classNames_.Name(MediaClassOf(result.name));
+        type = classNames_.Name(MediaClassOf(result.name));
     } else if (type != "BrowseHost") {
         // A search page type with no class of that name (a "Document" search) keeps nothing.
-        if (!EqualsIgnoringCase(type, store.classNames_.Name(MediaClassOf(result.name)))) {
+        if (!EqualsIgnoringCase(type, classNames_.Name(MediaClassOf(result.name)))) {
             return false;
         }
     }
 
-    const std::uint64_t hash = result.sha1.empty() ? 0 : store.HashOf(result.sha1);
-    if (ResultGroup* known = result.sha1.empty() ? nullptr : store.Find(result.sha1, hash)) {
+    if (ResultGroup* known = result.sha1.empty() ? nullptr : Find(result.sha1, hash)) {
         // A second host offering a known file is one more source, never a new file; the same
         // host answering again (on any port) adds nothing.
         for (const ResultSource& existing : known->sources) {
@@ -202,26 +201,72 @@ bool AcceptResult(ResultStore& store, const ResultFields& result) {
         return false;
     }
 
-    ResultStore::StoredGroup& stored = store.groupBlocks_.emplace_back();
+    StoredGroup& stored = groupBlocks_.emplace_back();
     ResultGroup& added = stored.group;
     added.sha1.assign(result.sha1);
     stored.keySize = result.sha1.size();
     if (!result.sha1.empty()) {
         std::memcpy(stored.key, result.sha1.data(),
-                    std::min(result.sha1.size(), ResultStore::StoredGroup::kKeyCopy));
+                    std::min(result.sha1.size(), StoredGroup::kKeyCopy));
     }
     CopySource(result, type, added.sources.emplace_back());
-    store.groups_.push_back(&added);
+    groups_.push_back(&added);
     // Files without a SHA1 are never merged, so they stay out of the index.
     if (!added.sha1.empty()) {
-        store.AddToIndex(&stored, hash);
+        AddToIndex(&stored, hash);
     }
     {
-        const std::lock_guard lock(store.queueLock_);
-        store.newGroups_.push_back(&added);
+        const std::lock_guard lock(queueLock_);
+        newGroups_.push_back(&added);
     }
-    ++store.count_;
+    ++count_;
     return true;
+}
+
+void ResultStore::PrefetchSlot(std::uint64_t hash) const {
+    if (!index_.empty()) {
+        __builtin_prefetch(&index_[hash & (index_.size() - 1)]);
+    }
+}
+
+void ResultStore::PrefetchGroup(std::uint64_t hash) const {
+    if (!index_.empty()) {
+        const IndexSlot& slot = index_[hash & (index_.size() - 1)];
+        if (slot.stored != nullptr && slot.hash == hash) {
+            __builtin_prefetch(slot.stored);
+        }
+    }
+}
+
+bool AcceptResult(ResultStore& store, const ResultFields& result) {
+    return store.Accept(result, result.sha1.empty() ? 0 : store.HashOf(result.sha1));
+}
+
+int AcceptResults(ResultStore& store, std::span<const ResultFields> results) {
+    // Each lookup is a trip to memory that the caches seldom hold. Asking for every slot of a
+    // batch first, and for the group a few results ahead, lets those trips overlap instead of
+    // following one another; the results are still filed one by one, in order.
+    constexpr std::size_t kBatch = 32;
+    constexpr std::size_t kGroupAhead = 4;
+    std::uint64_t hashes[kBatch];
+    int accepted = 0;
+    while (!results.empty()) {
+        const std::size_t count = std::min(results.size(), kBatch);
+        for (std::size_t i = 0; i < count; ++i) {
+            hashes[i] = results[i].sha1.empty() ? 0 : store.HashOf(results[i].sha1);
+            store.PrefetchSlot(hashes[i]);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i + kGroupAhead < count) {
+                store.PrefetchGroup(hashes[i + kGroupAhead]);
+            }
+            if (store.Accept(results[i], hashes[i])) {
+                ++accepted;
+            }
+        }
+        results = results.subspan(count);
+    }
+    return accepted;
 }
 
 bool AcceptResult(ResultStore& store, const ParsedResult& result) {

@@ -2,6 +2,7 @@
 
 #include "search/tag_scanner.h"
 
+#include <array>
 #include <cstring>
 #include <string>
 
@@ -109,16 +110,21 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
 }
 
 ReadCount ReadSearchResult(ResultStore& store, std::string_view text) {
+    // Files are handed to the store in batches: their views stay valid until the text is done.
+    std::array<ResultFields, 32> batch;
+    std::size_t batched = 0;
     int accepted = 0;
     const ReadCount read = ReadFields(text, [&](const ResultFields& fields) {
-        if (AcceptResult(store, fields)) {
-            ++accepted;
+        batch[batched++] = fields;
+        if (batched == batch.size()) {
+            accepted += AcceptResults(store, batch);
+            batched = 0;
         }
     });
     if (!read) {
         return read;
     }
-    return accepted;
+    return accepted + AcceptResults(store, std::span(batch.data(), batched));
 }
 
 } // namespace corvid
