@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace corvid {
@@ -32,6 +33,26 @@ struct ParsedResult {
     ResultSource source;
     std::string sha1; // opaque: only compared and passed on
     std::string keyword;
+};
+
+// One file as a reader finds it in a result text: the same fields as a ParsedResult, but the
+// texts are views into the text being read, valid only during the call they are handed to. The
+// store copies what it keeps, and only once it has decided to keep it.
+struct ResultFields {
+    std::string_view name;
+    std::string_view host;
+    std::string_view type;
+    std::string_view vendorCode;
+    std::string_view nodeId;
+    std::string_view info;
+    std::string_view sha1;
+    std::string_view keyword;
+    std::int32_t port = 0;
+    std::int32_t fileIndex = 0;
+    std::int32_t size = 0;
+    std::int32_t speed = 0;
+    std::int32_t browsable = 1;
+    std::int32_t push = 0;
 };
 
 // One distinct file, keyed by its SHA1 text. The first source gives the name, size and type

@@ -2,6 +2,7 @@
 
 #include "search/tag_scanner.h"
 
+#include <array>
 #include <cstring>
 #include <string>
 
@@ -18,9 +19,8 @@ std::string_view NextElement(std::string_view& cursor, std::string_view tag) {
     return value;
 }
 
-} // namespace
-
-ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
+// Reads every FileInfo of text into a ResultFields and hands it to visit, in document order.
+template <typename Visit> ReadCount ReadFields(std::string_view text, Visit&& visit) {
     if (text.size() > kMaxResultTextLength) {
         return ReadError::StringLengthOutOfRange;
     }
@@ -33,29 +33,27 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
     std::string_view body;
     ReadElement(text, "<searchresult", body);
     std::string_view cursor = body;
-    const std::string_view keyword = NextElement(cursor, "<keyword");
-    const std::string_view type = NextElement(cursor, "<type");
-    const std::string_view nodeId = NextElement(cursor, "<nodeid");
-    const std::string_view host = NextElement(cursor, "<ip");
-    const std::string_view port = NextElement(cursor, "<port>");
-    const std::string_view speed = NextElement(cursor, "<speed");
-    const std::string_view vendorCode = NextElement(cursor, "<vendorCode");
+    ResultFields fields;
+    fields.keyword = NextElement(cursor, "<keyword");
+    fields.type = NextElement(cursor, "<type");
+    fields.nodeId = NextElement(cursor, "<nodeid");
+    fields.host = NextElement(cursor, "<ip");
+    fields.port = ParseDecimal(NextElement(cursor, "<port>"));
+    fields.speed = ParseDecimal(NextElement(cursor, "<speed"));
+    fields.vendorCode = NextElement(cursor, "<vendorCode");
 
     // The flags are looked for from the start of the whole text. Only bit 0 is used: set, the
     // host is firewalled and can only be reached by a push.
-    std::int32_t browsable = 1;
-    std::int32_t push = 0;
     std::string_view flagsText;
     ReadElement(text, "<opendata", flagsText);
     if (ParseHex(flagsText) & 1u) {
-        browsable = 0;
-        push = 1;
+        fields.browsable = 0;
+        fields.push = 1;
     }
 
     std::string_view resultSet;
     ReadElement(cursor, "<ResultSet>", resultSet);
 
-    ParsedResult result;
     int count = 0;
     std::string_view files = resultSet;
     for (;;) {
@@ -69,46 +67,64 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
         ReadAttribute(openTag, "id", id);
         files.remove_prefix(consumed);
 
-        const std::string_view name = NextElement(file, "<name");
-        const std::string_view size = NextElement(file, "<size");
-        const std::string_view info = NextElement(file, "<info");
-        const std::string_view sha1 = NextElement(file, "<sha1");
-
-        // The record is refilled for every file, reusing what the sink left of its strings.
-        ResultSource& source = result.source;
-        source.name.assign(name);
-        source.host.assign(host);
-        source.port = ParseDecimal(port);
-        source.fileIndex = ParseDecimal(id);
-        source.size = ParseDecimal(size);
-        source.speed = ParseDecimal(speed);
-        source.type.assign(type);
-        source.vendorCode.assign(vendorCode);
-        source.browsable = browsable;
-        source.uptime.clear();
-        source.guid.clear();
-        source.nodeId.assign(nodeId);
-        source.info.assign(info);
-        source.push = push;
-        result.sha1.assign(sha1);
-        result.keyword.assign(keyword);
-        sink(result);
+        fields.fileIndex = ParseDecimal(id);
+        fields.name = NextElement(file, "<name");
+        fields.size = ParseDecimal(NextElement(file, "<size"));
+        fields.info = NextElement(file, "<info");
+        fields.sha1 = NextElement(file, "<sha1");
+        visit(static_cast<const ResultFields&>(fields));
         ++count;
     }
     return count;
 }
 
+} // namespace
+
+ReadCount ReadResultFields(std::string_view text, const ResultFieldsSink& sink) {
+    return ReadFields(text, sink);
+}
+
+ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
+    // The record is refilled for every file, reusing what the sink left of its strings.
+    ParsedResult result;
+    return ReadFields(text, [&](const ResultFields& fields) {
+        ResultSource& source = result.source;
+        source.name.assign(fields.name);
+        source.host.assign(fields.host);
+        source.port = fields.port;
+        source.fileIndex = fields.fileIndex;
+        source.size = fields.size;
+        source.speed = fields.speed;
+        source.type.assign(fields.type);
+        source.vendorCode.assign(fields.vendorCode);
+        source.browsable = fields.browsable;
+        source.uptime.clear();
+        source.guid.clear();
+        source.nodeId.assign(fields.nodeId);
+        source.info.assign(fields.info);
+        source.push = fields.push;
+        result.sha1.assign(fields.sha1);
+        result.keyword.assign(fields.keyword);
+        sink(result);
+    });
+}
+
 ReadCount ReadSearchResult(ResultStore& store, std::string_view text) {
+    // Files are handed to the store in batches: their views stay valid until the text is done.
+    std::array<ResultFields, 32> batch;
+    std::size_t batched = 0;
     int accepted = 0;
-    const ReadCount read = ReadResultFiles(text, [&](ParsedResult& result) {
-        if (AcceptResult(store, std::move(result))) {
-            ++accepted;
+    const ReadCount read = ReadFields(text, [&](const ResultFields& fields) {
+        batch[batched++] = fields;
+        if (batched == batch.size()) {
+            accepted += AcceptResults(store, batch);
+            batched = 0;
         }
     });
     if (!read) {
         return read;
     }
-    return accepted;
+    return accepted + AcceptResults(store, std::span(batch.data(), batched));
 }
 
 } // namespace corvid

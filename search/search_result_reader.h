@@ -42,6 +42,7 @@ private:
 };
 
 using ResultSink = std::function<void(ParsedResult& result)>;
+using ResultFieldsSink = std::function<void(const ResultFields& fields)>;
 
 // Reads one result text into store: every file goes through AcceptResult. Returns the number
 // of new distinct files accepted (see AcceptResult for the files counted once the store is full).
@@ -52,5 +53,8 @@ ReadCount ReadSearchResult(ResultStore& store, std::string_view text);
 // and the file's own (sink may move from it). Returns the number of files handed over.
 // Both readings end the text at its first NUL, as the engine's C string would.
 ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink);
+
+// The same reading without copies: sink sees each file's fields as views into text.
+ReadCount ReadResultFields(std::string_view text, const ResultFieldsSink& sink);
 
 } // namespace corvid

@@ -148,6 +148,30 @@ TEST(SearchResultTest, FilesWithoutSha1AreNeverMerged) {
     EXPECT_EQ(store.Find(""), nullptr);
 }
 
+TEST(SearchResultTest, LongKeysAreComparedWhole) {
+    // Keys far longer than a SHA1 text, equal up to their last byte.
+    const std::string base(100, 'K');
+    ResultStore store;
+    HostEntry other;
+    other.ip = "10.0.0.2";
+    EXPECT_EQ(Read(store, ResultText(HostEntry{}, {{"a.mp3", "1", base + "1"},
+                                                   {"b.mp3", "1", base + "2"},
+                                                   {"c.mp3", "1", base}})),
+              3);
+    EXPECT_EQ(Read(store, ResultText(other, {{"b.mp3", "1", base + "2"}})), 0);
+    ASSERT_NE(store.Find(base + "2"), nullptr);
+    EXPECT_EQ(store.Find(base + "2")->sources.size(), 2u);
+    EXPECT_EQ(store.Find(base + "1")->sources.size(), 1u);
+    EXPECT_EQ(store.Find(base + "3"), nullptr);
+
+    // Emptied, the store files the same keys afresh.
+    store.Clear();
+    EXPECT_EQ(store.Find(base), nullptr);
+    EXPECT_EQ(Read(store, ResultText(other, {{"c.mp3", "1", base}})), 1);
+    EXPECT_EQ(store.Groups().size(), 1u);
+    EXPECT_EQ(store.Find(base)->sources[0].host, "10.0.0.2");
+}
+
 TEST(SearchResultTest, TypedSearchKeepsOnlyItsClass) {
     ResultStore store;
     HostEntry audio;
