@@ -15,7 +15,8 @@ Bytes Hex(std::string_view hex) {
             --i;
             continue;
         }
-        out.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
+        out.push_back(
+            static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
     }
     return out;
 }
@@ -36,7 +37,7 @@ TEST(Ggep, LengthsUseSixBitGroupsMostSignificantFirst) {
     block.extensions.push_back({"AB", Bytes(64, 1), false, false});
     auto encoded = *EncodeGgep(block);
     EXPECT_EQ(encoded[0], 0xC3);
-    EXPECT_EQ(encoded[1], 0x82);  // last, id length 2
+    EXPECT_EQ(encoded[1], 0x82); // last, id length 2
     EXPECT_EQ(encoded[4], 0x81);
     EXPECT_EQ(encoded[5], 0x40);
 }
@@ -60,7 +61,8 @@ TEST(Ggep, CobsAndDeflateRoundTripAndRemoveNulBytes) {
     EXPECT_EQ(parsed->Find("LF")->data, (Bytes{0, 0, 0, 0, 1}));
     EXPECT_EQ(parsed->Find("DU")->data, (Bytes{1, 2, 3}));
 
-    for (const Bytes& sample : {Bytes{}, Bytes{0}, Bytes(254, 9), Bytes(255, 9), Bytes{1, 0, 0, 2}}) {
+    for (const Bytes& sample :
+         {Bytes{}, Bytes{0}, Bytes(254, 9), Bytes(255, 9), Bytes{1, 0, 0, 2}}) {
         auto cobs = CobsEncode(sample);
         EXPECT_EQ(std::count(cobs.begin(), cobs.end(), 0), 0);
         EXPECT_EQ(CobsDecode(cobs), sample);
@@ -68,13 +70,13 @@ TEST(Ggep, CobsAndDeflateRoundTripAndRemoveNulBytes) {
 }
 
 TEST(Ggep, LyingOrBrokenBlocksAreRefused) {
-    EXPECT_FALSE(ParseGgep(Hex("C3 82 41 42 45 01")));        // says 5 bytes, holds 1
-    EXPECT_FALSE(ParseGgep(Hex("C3 02 41 42 40")));           // never marks a last extension
-    EXPECT_FALSE(ParseGgep(Hex("C3 92 41 42 40")));           // reserved bit set
-    EXPECT_FALSE(ParseGgep(Hex("C3 80 40")));                 // empty id
-    EXPECT_FALSE(ParseGgep(Hex("C3 82 41 42 81 81 81 40")));  // four length groups
-    EXPECT_FALSE(ParseGgep(Hex("C3 A2 41 42 43 78 9C 63")));  // truncated deflate
-    EXPECT_FALSE(ParseGgep(Hex("C3 C2 41 42 42 05 01")));     // COBS code runs past the data
+    EXPECT_FALSE(ParseGgep(Hex("C3 82 41 42 45 01")));       // says 5 bytes, holds 1
+    EXPECT_FALSE(ParseGgep(Hex("C3 02 41 42 40")));          // never marks a last extension
+    EXPECT_FALSE(ParseGgep(Hex("C3 92 41 42 40")));          // reserved bit set
+    EXPECT_FALSE(ParseGgep(Hex("C3 80 40")));                // empty id
+    EXPECT_FALSE(ParseGgep(Hex("C3 82 41 42 81 81 81 40"))); // four length groups
+    EXPECT_FALSE(ParseGgep(Hex("C3 A2 41 42 43 78 9C 63"))); // truncated deflate
+    EXPECT_FALSE(ParseGgep(Hex("C3 C2 41 42 42 05 01")));    // COBS code runs past the data
     EXPECT_FALSE(ParseGgep(Hex("C3")));
     // A deflate bomb inflates past what any extension may hold.
     GgepBlock bomb;
@@ -98,7 +100,8 @@ TEST(Descriptors, HeaderAndSmallPayloadsRoundTrip) {
     pong.ggep.emplace();
     pong.ggep->extensions.push_back({"DU", {0x10}, false, false});
     auto pong_bytes = SerializePong(pong);
-    EXPECT_EQ(Bytes(pong_bytes.begin() + 2, pong_bytes.begin() + 6), (Bytes{0xD0, 0x11, 0x32, 0x04}));
+    EXPECT_EQ(Bytes(pong_bytes.begin() + 2, pong_bytes.begin() + 6),
+              (Bytes{0xD0, 0x11, 0x32, 0x04}));
     auto parsed_pong = ParsePong(pong_bytes);
     ASSERT_TRUE(parsed_pong);
     EXPECT_EQ(parsed_pong->endpoint().ToString(), "208.17.50.4:6346");
@@ -170,7 +173,7 @@ TEST(Descriptors, QueryHitRoundTripsResultsTrailerAndServentGuid) {
     ASSERT_EQ(parsed->results.size(), 2u);
     EXPECT_EQ(parsed->results[0].name, "alpha beta.mp3");
     EXPECT_EQ(parsed->results[0].sha1, kSha1);
-    EXPECT_EQ(parsed->results[1].size, 5'000'000'000ull);  // via GGEP LF
+    EXPECT_EQ(parsed->results[1].size, 5'000'000'000ull); // via GGEP LF
     EXPECT_EQ(parsed->vendor, "CRVD");
     EXPECT_TRUE(parsed->flags.busy);
     EXPECT_FALSE(parsed->flags.firewalled);
@@ -282,7 +285,7 @@ TEST(Framing, OversizedPayloadStopsTheStreamBeforeBuffering) {
     Bytes bytes = SerializeMessage(h, {});
     bytes[19] = 0x70;
     bytes[20] = 0x11;
-    bytes[21] = 0x01;  // 70000 little-endian
+    bytes[21] = 0x01; // 70000 little-endian
     DescriptorFramer framer;
     int delivered = 0;
     EXPECT_EQ(framer.Feed(bytes, [&](Message&&) { ++delivered; }),
@@ -303,7 +306,7 @@ TEST(Zlib, LinkStreamsFlushEveryWriteAndRejectGarbage) {
             PutBytes(out, piece);
             return true;
         }));
-        EXPECT_EQ(AsText(out), text);  // all of it, without waiting for more
+        EXPECT_EQ(AsText(out), text); // all of it, without waiting for more
     }
     Inflater broken;
     EXPECT_FALSE(broken.Decompress(Hex("78 9C FF FF FF FF"), [](ByteView) { return true; }));
@@ -321,5 +324,5 @@ TEST(Endpoints, ParseTheFormsPeersWrite) {
     EXPECT_TRUE(ParseEndpoint("208.17.50.4")->IsRoutable());
 }
 
-}  // namespace
-}  // namespace corvid::gnutella
+} // namespace
+} // namespace corvid::gnutella

@@ -12,16 +12,15 @@ HeaderBlockReader::Status ReadAll(HeaderBlockReader& reader, std::string_view te
 }
 
 TEST(HeaderBlocks, ToleratesCaseBareLfRepeatsAndContinuations) {
-    std::string text =
-        "GNUTELLA CONNECT/0.6\n"
-        "user-agent: Other/2.0\r\n"
-        "X-ULTRAPEER: true\n"
-        "X-Try-Ultrapeers: 1.2.3.4:6346 2006-01-01T00:00Z\n"
-        "x-try-ultrapeers: 5.6.7.8\n"
-        "X-Unknown: folded\n"
-        "  more\n"
-        "\n"
-        "binary";
+    std::string text = "GNUTELLA CONNECT/0.6\n"
+                       "user-agent: Other/2.0\r\n"
+                       "X-ULTRAPEER: true\n"
+                       "X-Try-Ultrapeers: 1.2.3.4:6346 2006-01-01T00:00Z\n"
+                       "x-try-ultrapeers: 5.6.7.8\n"
+                       "X-Unknown: folded\n"
+                       "  more\n"
+                       "\n"
+                       "binary";
     HeaderBlockReader reader;
     std::size_t used = 0;
     ASSERT_EQ(ReadAll(reader, text, &used), HeaderBlockReader::Status::Complete);
@@ -88,5 +87,5 @@ TEST(HeaderBlocks, HostileBlocksAreErrorsWithinBoundedMemory) {
               HeaderBlockReader::Status::Error);
 }
 
-}  // namespace
-}  // namespace corvid::gnutella
+} // namespace
+} // namespace corvid::gnutella

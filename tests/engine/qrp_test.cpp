@@ -39,7 +39,8 @@ TEST(QrpPatch, EightEntryTableForTestIsTheKnownBytes) {
     // The reference compression of the same entries applies the same way.
     QrpReceiver receiver;
     ASSERT_EQ(receiver.Apply(Bytes{0x00, 8, 0, 0, 0, 7}), QrpReceiver::Result::Ok);
-    Bytes patch{0x01, 1, 1, 1, 4, 0x78, 0x9C, 0x63, 0x58, 0xC0, 0xC0, 0x00, 0x00, 0x01, 0xE4, 0x00, 0xA1};
+    Bytes patch{0x01, 1,    1,    1,    4,    0x78, 0x9C, 0x63, 0x58,
+                0xC0, 0xC0, 0x00, 0x00, 0x01, 0xE4, 0x00, 0xA1};
     ASSERT_EQ(receiver.Apply(patch), QrpReceiver::Result::Complete);
     EXPECT_TRUE(receiver.table()->Contains("test"));
     EXPECT_EQ(receiver.table()->Slot(3), false);
@@ -58,11 +59,11 @@ QueryRouteTable BigTable() {
 TEST(QrpReceiver, ReassemblesMultiChunkPatches) {
     auto table = BigTable();
     auto messages = BuildQrpUpdate(table);
-    ASSERT_GE(messages.size(), 3u);  // a reset and at least two patch chunks
+    ASSERT_GE(messages.size(), 3u); // a reset and at least two patch chunks
     QrpReceiver receiver;
     for (std::size_t i = 0; i + 1 < messages.size(); ++i)
         ASSERT_EQ(receiver.Apply(messages[i]), QrpReceiver::Result::Ok);
-    EXPECT_FALSE(receiver.table());  // nothing usable before the sequence completes
+    EXPECT_FALSE(receiver.table()); // nothing usable before the sequence completes
     ASSERT_EQ(receiver.Apply(messages.back()), QrpReceiver::Result::Complete);
     for (std::uint32_t slot = 0; slot < table.size(); ++slot)
         ASSERT_EQ(receiver.table()->Slot(slot), table.Slot(slot)) << slot;
@@ -80,8 +81,8 @@ TEST(QrpReceiver, OutOfOrderOrOversizedPatchesAreErrors) {
     EXPECT_EQ(no_reset.Apply(messages[1]), QrpReceiver::Result::Error);
 
     QrpReceiver huge;
-    EXPECT_EQ(huge.Apply(Bytes{0x00, 0, 0, 0, 0x40, 7}), QrpReceiver::Result::Error);  // 1 GiB
-    EXPECT_EQ(huge.Apply(Bytes{0x00, 100, 0, 0, 0, 7}), QrpReceiver::Result::Error);   // not 2^n
+    EXPECT_EQ(huge.Apply(Bytes{0x00, 0, 0, 0, 0x40, 7}), QrpReceiver::Result::Error); // 1 GiB
+    EXPECT_EQ(huge.Apply(Bytes{0x00, 100, 0, 0, 0, 7}), QrpReceiver::Result::Error);  // not 2^n
 
     // More entries than the table holds.
     QrpReceiver overflow;
@@ -95,5 +96,5 @@ TEST(QrpReceiver, OutOfOrderOrOversizedPatchesAreErrors) {
               QrpReceiver::Result::Error);
 }
 
-}  // namespace
-}  // namespace corvid::gnutella
+} // namespace
+} // namespace corvid::gnutella
