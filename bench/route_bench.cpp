@@ -29,8 +29,9 @@ double ResidentMegabytes() {
     return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1048576.0;
 }
 
-NodeOptions PeerOptions(NodeMode mode) {
+NodeOptions PeerOptions(NodeMode mode, bool compress) {
     NodeOptions o;
+    o.servent.compress_links = compress;
     o.servent.network.node_mode = mode;
     o.servent.network.peer_max_count = 1;
     o.servent.network.ultrapeer_min_count = 1;
@@ -39,7 +40,7 @@ NodeOptions PeerOptions(NodeMode mode) {
     return o;
 }
 
-[[noreturn]] void RunPeers(std::uint16_t hub_port) {
+[[noreturn]] void RunPeers(std::uint16_t hub_port, bool compress) {
     asio::io_context io;
     Endpoint hub{0x7F000001, hub_port};
     std::vector<std::unique_ptr<InMemoryFileIndex>> indexes;
@@ -52,7 +53,8 @@ NodeOptions PeerOptions(NodeMode mode) {
             index->Add("common" + std::to_string(i % 10) + " track.mp3", 2000, "");
         }
         auto node = std::make_unique<Node>(
-            io, PeerOptions(leaf ? NodeMode::LeafPeer : NodeMode::UltraPeer), *index, 100 + i);
+            io, PeerOptions(leaf ? NodeMode::LeafPeer : NodeMode::UltraPeer, compress), *index,
+            100 + i);
         if (node->Start())
             std::_Exit(3);
         node->servent().ConnectTo(hub);
@@ -81,9 +83,15 @@ NodeOptions PeerOptions(NodeMode mode) {
     std::_Exit(0);
 }
 
-} // namespace
+struct Figures {
+    bool complete = false;
+    int ultrapeers = 0, leaves = 0;
+    double queries = 0, copies = 0, hits = 0;
+    double idle_mib = 0, connected_mib = 0, loaded_mib = 0;
+};
 
-int main() {
+Figures Measure(bool compress) {
+    Figures out;
     asio::io_context io;
     InMemoryFileIndex nothing;
     NodeOptions options;
@@ -91,15 +99,14 @@ int main() {
     options.servent.network.ultrapeer_max_count = kUltrapeers;
     options.servent.network.leaf_peer_max_count = kLeaves;
     options.servent.allow_private_addresses = true;
+    options.servent.compress_links = compress;
     Node hub(io, options, nothing, 1);
-    if (hub.Start()) {
-        std::fprintf(stderr, "bench-route: cannot listen on loopback\n");
-        return 1;
-    }
+    if (hub.Start())
+        return out;
     std::fflush(stdout);
     pid_t child = fork();
     if (child == 0)
-        RunPeers(hub.port());
+        RunPeers(hub.port(), compress);
 
     std::atomic<int> ultrapeers{0}, leaves{0};
     asio::steady_timer census(io);
@@ -142,16 +149,50 @@ int main() {
     asio::post(io, [&] { io.stop(); });
     runner.join();
 
-    int links = ultrapeers + leaves;
-    std::printf("bench-route: hub with %d ultrapeer links and %d leaves%s\n", ultrapeers.load(),
-                leaves.load(), complete ? "" : " (NOT ALL CONNECTED)");
-    std::printf(
-        "  queries routed      %10.0f /s   (copies sent on %.0f /s, hits routed back %.0f /s)\n",
-        (q1 - q0) / seconds, (f1 - f0) / seconds, (h1 - h0) / seconds);
-    std::printf(
-        "  resident memory     %10.1f KiB per connection (%.1f MiB idle, %.1f MiB connected, "
-        "%.1f MiB under load)\n",
-        links ? (connected - before) * 1024.0 / links : 0.0, before, connected, loaded);
-    std::printf("  reference           no other servent may run here; the figures stand alone\n");
-    return complete ? 0 : 1;
+    out.complete = complete;
+    out.ultrapeers = ultrapeers;
+    out.leaves = leaves;
+    out.queries = (q1 - q0) / seconds;
+    out.copies = (f1 - f0) / seconds;
+    out.hits = (h1 - h0) / seconds;
+    out.idle_mib = before;
+    out.connected_mib = connected;
+    out.loaded_mib = loaded;
+    return out;
+}
+
+void Print(const char* name, const Figures& f) {
+    int links = f.ultrapeers + f.leaves;
+    std::printf("  %-18s %8.0f queries/s routed (%.0f copies/s sent on, %.0f hits/s routed back); "
+                "%.1f KiB resident per connection (%.1f MiB idle, %.1f connected, %.1f under "
+                "load)%s\n",
+                name, f.queries, f.copies, f.hits,
+                links ? (f.connected_mib - f.idle_mib) * 1024.0 / links : 0.0, f.idle_mib,
+                f.connected_mib, f.loaded_mib, f.complete ? "" : " NOT ALL CONNECTED");
+}
+
+} // namespace
+
+// Each configuration runs in a fresh process, so one's freed heap does not hide the other's cost.
+bool MeasureApart(const char* name, bool compress) {
+    std::fflush(stdout);
+    pid_t child = fork();
+    if (child == 0) {
+        auto figures = Measure(compress);
+        Print(name, figures);
+        std::fflush(stdout);
+        std::_Exit(figures.complete ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+int main() {
+    std::printf("bench-route: one ultrapeer, %d ultrapeer links, %d leaves, loopback\n",
+                kUltrapeers, kLeaves);
+    bool ok = MeasureApart("deflated links", true);
+    ok = MeasureApart("plain links", false) && ok;
+    std::printf("  reference: no other servent may run here; plain links are the comparison\n");
+    return ok ? 0 : 1;
 }
