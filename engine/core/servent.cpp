@@ -424,7 +424,7 @@ void Servent::OnPing(Peer& peer, Message& message) {
     }
 }
 
-void Servent::OnPong(Peer& /*peer*/, Message& message) {
+void Servent::OnPong(Peer& peer, Message& message) {
     auto pong = ParsePong(message.payload);
     if (!pong)
         return;
@@ -441,7 +441,8 @@ void Servent::OnPong(Peer& /*peer*/, Message& message) {
     }
     auto host = pong->endpoint();
     bool usable = host.IsValid() && (config_.allow_private_addresses || host.IsRoutable());
-    if (!usable || host == config_.listen)
+    // A leaf only ever tells us about itself, and leaves take no incoming links: not worth a dial.
+    if (!usable || host == config_.listen || peer.kind == PeerKind::Leaf)
         return;
     hosts_.Add(host);
     if (ultrapeer_) {
