@@ -738,6 +738,13 @@ void Servent::Dial(const Endpoint& host) {
 
 void Servent::ConnectTo(const Endpoint& host) {
     Dial(host);
+    Settle();
+}
+
+void Servent::Disconnect(PeerId id) {
+    if (auto* peer = Find(id))
+        Drop(*peer, 200, "Closed by user");
+    Settle();
 }
 
 void Servent::Tick() {

@@ -122,6 +122,8 @@ public:
 
     // Dial this host now, whatever the connection counts say (a user's "connect to" request).
     void ConnectTo(const Endpoint& host);
+    // Says Bye to one peer and closes its link.
+    void Disconnect(PeerId peer);
     Guid StartSearch(std::string text, std::vector<std::string> sha1s = {});
     // Sends a Push towards the servent that offered a file, by its servent GUID.
     bool SendPush(const Guid& servent, std::uint32_t file_index);

@@ -256,6 +256,12 @@ TEST(Handshake, LeafJoinsUltrapeerWithDeflateBothWaysAndSendsItsTable) {
     leaf.servent->Tick();
     net.Run();
     EXPECT_EQ(up.recorder.tables, 2);
+
+    // Either side may end it; the other forgets the link too.
+    leaf.servent->Disconnect(ups[0].id);
+    net.Run();
+    EXPECT_TRUE(leaf.servent->Peers().empty());
+    EXPECT_TRUE(up.servent->Peers().empty());
 }
 
 TEST(Handshake, LeafGuidanceTurnsAnIdleAutomaticUltrapeerIntoALeaf) {
