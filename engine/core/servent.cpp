@@ -12,6 +12,23 @@ constexpr std::size_t kTryHosts = 10;
 constexpr std::size_t kOutboxFlushSize = 16384;
 } // namespace
 
+// Lets a peer spend `burst` messages at once and earns one back every `refill`.
+struct TokenBucket {
+    double tokens = 0;
+    Clock::time_point refilled{};
+
+    bool Take(Clock::time_point now, int burst, std::chrono::milliseconds refill) {
+        double earned =
+            std::chrono::duration<double>(now - refilled) / std::chrono::duration<double>(refill);
+        tokens = std::min<double>(burst, tokens + earned);
+        refilled = now;
+        if (tokens < 1)
+            return false;
+        tokens -= 1;
+        return true;
+    }
+};
+
 struct Servent::Peer {
     enum class State { AwaitingConnect, AwaitingResponse, AwaitingFinal, Open };
 
@@ -39,8 +56,8 @@ struct Servent::Peer {
     std::unique_ptr<QrpReceiver> qrp;
     std::uint64_t qrp_revision_sent = 0;
     std::optional<Clock::time_point> qrp_sent_at;
-    double ping_tokens = 0;
-    Clock::time_point ping_refilled{};
+    TokenBucket pings;
+    TokenBucket leaf_queries;
     std::uint64_t queries_received = 0;
     std::uint64_t queries_sent = 0;
 };
@@ -70,8 +87,8 @@ Servent::Peer& Servent::NewPeer(PeerId id, const Endpoint& remote, bool outgoing
     peer->remote = remote;
     peer->outgoing = outgoing;
     peer->since = clock_();
-    peer->ping_tokens = config_.ping_burst;
-    peer->ping_refilled = peer->since;
+    peer->pings = {static_cast<double>(config_.ping_burst), peer->since};
+    peer->leaf_queries = {static_cast<double>(config_.leaf_query_burst), peer->since};
     auto& ref = *peer;
     peers_.emplace(ref.id, std::move(peer));
     return ref;
@@ -392,16 +409,11 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
 
 void Servent::OnPing(Peer& peer, Message& message) {
     auto now = clock_();
-    double refill = std::chrono::duration<double>(now - peer.ping_refilled) /
-                    std::chrono::duration<double>(config_.ping_refill);
-    peer.ping_tokens = std::min<double>(config_.ping_burst, peer.ping_tokens + refill);
-    peer.ping_refilled = now;
-    if (peer.ping_tokens < 1) {
+    if (!peer.pings.Take(now, config_.ping_burst, config_.ping_refill)) {
         ++stats_.peers_dropped_for_abuse;
         Drop(peer, 409, "Ping flood");
         return;
     }
-    peer.ping_tokens -= 1;
     if (!ping_routes_.Insert(message.header.guid, peer.id, now)) {
         ++stats_.duplicates_dropped;
         return;
@@ -486,7 +498,14 @@ void Servent::OnPush(Peer& peer, Message& message) {
 
 void Servent::OnQuery(Peer& peer, Message& message) {
     ++peer.queries_received;
-    if (!query_routes_.Insert(message.header.guid, peer.id, clock_())) {
+    auto now = clock_();
+    // A leaf searches for one user; more than that is a flood, dropped before it costs anyone.
+    if (peer.kind == PeerKind::Leaf &&
+        !peer.leaf_queries.Take(now, config_.leaf_query_burst, config_.leaf_query_refill)) {
+        ++stats_.queries_dropped_for_rate;
+        return;
+    }
+    if (!query_routes_.Insert(message.header.guid, peer.id, now)) {
         ++stats_.duplicates_dropped;
         return;
     }

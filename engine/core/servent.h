@@ -39,6 +39,8 @@ struct ServentConfig {
     std::uint32_t speed_kbps = 1000;
     int ping_burst = 10;
     std::chrono::milliseconds ping_refill{1000};
+    int leaf_query_burst = 20;
+    std::chrono::milliseconds leaf_query_refill{1000};
     std::chrono::seconds handshake_timeout{15};
     std::chrono::seconds ping_interval{30};
     std::chrono::seconds qrp_resend_interval{60};
@@ -80,6 +82,7 @@ struct ServentStats {
     std::atomic<std::uint64_t> queries_forwarded{0}; // copies sent on to other peers
     std::atomic<std::uint64_t> queries_blocked_by_qrp{0};
     std::atomic<std::uint64_t> duplicates_dropped{0};
+    std::atomic<std::uint64_t> queries_dropped_for_rate{0};
     std::atomic<std::uint64_t> hits_routed{0};
     std::atomic<std::uint64_t> hits_dropped_unroutable{0};
     std::atomic<std::uint64_t> peers_dropped_for_abuse{0};

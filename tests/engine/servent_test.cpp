@@ -501,6 +501,30 @@ TEST_F(UltrapeerRouting, OffendersAreDroppedAndTheOthersKeepBeingServed) {
     EXPECT_FALSE(c.hung_up);
 }
 
+TEST_F(UltrapeerRouting, ALeafFloodingQueriesIsThrottledNotRelayed) {
+    auto& leaf = net.AddRaw();
+    PeerId id = net.Link(leaf, *up);
+    net.RawSend(leaf, id,
+                "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: False\r\nX-Query-Routing: 0.1\r\n\r\n");
+    net.Run();
+    net.RawSend(leaf, id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+    net.Run();
+    for (int i = 0; i < 100; ++i)
+        net.RawSend(leaf, id,
+                    Frame(Guid::Random(rng), PayloadType::Query, 3, 0,
+                          QueryPayload("flood " + std::to_string(i))));
+    net.Run();
+    EXPECT_EQ(OfType(Read(*b, 0), PayloadType::Query).size(), 20u);
+    EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 80u);
+    EXPECT_FALSE(leaf.hung_up);
+
+    net.now += std::chrono::seconds(5);
+    net.RawSend(leaf, id,
+                Frame(Guid::Random(rng), PayloadType::Query, 3, 0, QueryPayload("later")));
+    net.Run();
+    EXPECT_EQ(OfType(Read(*b, 0), PayloadType::Query).size(), 21u);
+}
+
 TEST(HostileLinks, BrokenDeflateStreamDropsTheLink) {
     SimNet net;
     auto& up = net.AddServent(NodeMode::UltraPeer);
