@@ -462,7 +462,13 @@ void DownloadSession::nextRequest(Source& source) {
     }
     auto span = plan_.claimFree(source.id, requestSize(source));
     if (!span) {
-        span = plan_.steal(source.id, options_.minRequest / 2, options_.maxRequest);
+        const auto now = Clock::now();
+        span = plan_.steal(source.id, options_.minRequest / 2, options_.maxRequest,
+                           [this, now](std::uint32_t owner) {
+                               const auto it = sources_.find(owner);
+                               return it != sources_.end() &&
+                                      now - it->second->lastActivity > options_.stallTime;
+                           });
     }
     if (!span) {
         source.phase = Phase::Parked;
@@ -1013,7 +1019,16 @@ void DownloadSession::onTick() {
             }
         }
     }
+    // Sources with nothing to do look again: a quiet source's range may be theirs to take now.
+    wakeParked();
+    if (ended_) {
+        return;
+    }
     publishCounters();
+    // Saved before the progress report, so whoever sees the report knows the map holds it.
+    if (bytesSinceSave_ > 0 && now - lastSave_ >= options_.mapSaveInterval) {
+        saveMap();
+    }
     if (now - lastProgress_ >= options_.progressInterval) {
         lastProgress_ = now;
         for (auto& [id, source] : sources_) {
@@ -1029,9 +1044,6 @@ void DownloadSession::onTick() {
         if (ended_) {
             return;
         }
-    }
-    if (bytesSinceSave_ > 0 && now - lastSave_ >= options_.mapSaveInterval) {
-        saveMap();
     }
     ticker_.expires_after(options_.tick);
     ticker_.async_wait([self = shared_from_this()](const asio::error_code& error) {

@@ -75,7 +75,9 @@ struct DownloadOptions {
     std::chrono::milliseconds maxRetryDelay{60000}; // a server's Retry-After is capped at this
     std::chrono::milliseconds connectTimeout{20000};
     std::chrono::milliseconds ioTimeout{30000}; // silence allowed while waiting for bytes
-    std::chrono::milliseconds tick{250};        // progress reports, speed, time-outs, map saves
+    // A source silent this long may see the rest of its range taken over by an idle source.
+    std::chrono::milliseconds stallTime{3000};
+    std::chrono::milliseconds tick{250}; // progress reports, speed, time-outs, map saves
     std::chrono::milliseconds progressInterval{1000};
     std::chrono::milliseconds mapSaveInterval{1000};
     int maxAttempts = 8; // failures in a row before a source is given up

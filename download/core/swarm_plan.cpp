@@ -55,7 +55,8 @@ std::optional<ByteSpan> SwarmPlan::claimFree(std::uint32_t owner, std::uint64_t 
 }
 
 std::optional<ByteSpan> SwarmPlan::steal(std::uint32_t owner, std::uint64_t minSize,
-                                         std::uint64_t maxSize) {
+                                         std::uint64_t maxSize,
+                                         const std::function<bool(std::uint32_t)>& stalled) {
     release(owner);
     auto victim = claims_.end();
     for (auto it = claims_.begin(); it != claims_.end(); ++it) {
@@ -69,14 +70,23 @@ std::optional<ByteSpan> SwarmPlan::steal(std::uint32_t owner, std::uint64_t minS
     }
     Claim& claim = victim->second;
     const std::uint64_t left = claim.end - claim.next;
-    if (left < 2 * minSize) {
-        return std::nullopt;
+    if (left >= 2 * minSize) {
+        const std::uint64_t middle = claim.next + left / 2;
+        const ByteSpan span{middle, std::min(claim.end, middle + maxSize)};
+        claim.end = middle;
+        claims_[owner] = {span.begin, span.end};
+        return span;
     }
-    const std::uint64_t middle = claim.next + left / 2;
-    const ByteSpan span{middle, std::min(claim.end, middle + maxSize)};
-    claim.end = middle;
-    claims_[owner] = {span.begin, span.end};
-    return span;
+    for (auto it = claims_.begin(); it != claims_.end(); ++it) {
+        if (stalled(it->first)) {
+            const ByteSpan span{it->second.next,
+                                std::min(it->second.end, it->second.next + maxSize)};
+            claims_.erase(it);
+            claims_[owner] = {span.begin, span.end};
+            return span;
+        }
+    }
+    return std::nullopt;
 }
 
 void SwarmPlan::claimExact(std::uint32_t owner, ByteSpan span) {

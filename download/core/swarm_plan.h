@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -27,9 +28,10 @@ public:
     // A fresh span of at most `maxSize` bytes nobody holds, from the front of the file.
     std::optional<ByteSpan> claimFree(std::uint32_t owner, std::uint64_t maxSize);
     // Takes the back half of the claim with the most bytes left, when both halves keep at least
-    // `minSize` bytes; the victim's claim shrinks. Used when nothing is free any more.
-    std::optional<ByteSpan> steal(std::uint32_t owner, std::uint64_t minSize,
-                                  std::uint64_t maxSize);
+    // `minSize` bytes; the victim's claim shrinks. Failing that, takes over a whole claim whose
+    // owner `stalled` says has gone quiet. Used when nothing is free any more.
+    std::optional<ByteSpan> steal(std::uint32_t owner, std::uint64_t minSize, std::uint64_t maxSize,
+                                  const std::function<bool(std::uint32_t)>& stalled);
     // Before the length is known: the start of the file, for the one source finding out the length.
     void claimExact(std::uint32_t owner, ByteSpan span);
 

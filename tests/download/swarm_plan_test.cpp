@@ -33,10 +33,22 @@ TEST(SwarmPlan, StealsTheBackHalfOfTheLargestClaim) {
     plan.claimFree(2, 800);
     plan.recordWritten(1, {0, 200});
     EXPECT_FALSE(plan.claimOf(1)) << "a claim written to its end is gone";
-    const auto stolen = plan.steal(1, 50, 1000);
+    const auto never = [](std::uint32_t) { return false; };
+    const auto stolen = plan.steal(1, 50, 1000, never);
     EXPECT_EQ(stolen, (ByteSpan{600, 1000}));
     EXPECT_EQ(plan.claimOf(2)->end, 600u);
-    EXPECT_EQ(plan.steal(3, 250, 1000), std::nullopt) << "too small to split";
+    EXPECT_EQ(plan.steal(3, 250, 1000, never), std::nullopt) << "too small to split";
+}
+
+TEST(SwarmPlan, TakesOverTheWholeClaimOfAStalledSource) {
+    SwarmPlan plan;
+    plan.setLength(100);
+    plan.claimFree(1, 100);
+    plan.recordWritten(1, {0, 30});
+    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t) { return false; }), std::nullopt);
+    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t owner) { return owner == 1; }),
+              (ByteSpan{30, 100}));
+    EXPECT_FALSE(plan.claimOf(1)) << "the stalled source holds nothing any more";
 }
 
 TEST(SwarmPlan, CompleteOnlyWhenEveryByteIsDone) {
