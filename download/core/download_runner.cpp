@@ -9,7 +9,8 @@ namespace corvid::download {
 
 struct DownloadRunner::State {
     State(std::string target, DownloadOptions options)
-        : work(asio::make_work_guard(context)), download(context, std::move(target), std::move(options)) {}
+        : work(asio::make_work_guard(context)),
+          download(context, std::move(target), std::move(options)) {}
 
     asio::io_context context;
     asio::executor_work_guard<asio::io_context::executor_type> work;
@@ -22,7 +23,9 @@ struct DownloadRunner::State {
 DownloadRunner::DownloadRunner(std::string targetPath, DownloadOptions options)
     : state_(std::make_shared<State>(std::move(targetPath), std::move(options))) {}
 
-DownloadRunner::~DownloadRunner() { finish(Finish::Close); }
+DownloadRunner::~DownloadRunner() {
+    finish(Finish::Close);
+}
 
 std::uint32_t DownloadRunner::addSource(std::string_view url) {
     return state_->download.addSource(url);
@@ -39,7 +42,9 @@ bool DownloadRunner::start(EventHandler handler) {
     return true;
 }
 
-void DownloadRunner::stop() { state_->download.stop(); }
+void DownloadRunner::stop() {
+    state_->download.stop();
+}
 
 void DownloadRunner::finish(Finish how) {
     std::thread thread;
@@ -67,6 +72,8 @@ void DownloadRunner::finish(Finish how) {
     }
 }
 
-std::int32_t DownloadRunner::info(InfoCode code) const { return state_->download.info(code); }
+std::int32_t DownloadRunner::info(InfoCode code) const {
+    return state_->download.info(code);
+}
 
 } // namespace corvid::download

@@ -45,17 +45,27 @@ std::optional<std::uint16_t> ParsePort(std::string_view text) {
 } // namespace
 
 std::string HttpUrl::hostHeader() const {
-    const bool ipv6 = host.find(':') != std::string::npos;
-    std::string text = ipv6 ? "[" + host + "]" : host;
+    std::string text;
+    if (host.find(':') != std::string::npos) {
+        text.append(1, '[').append(host).append(1, ']');
+    } else {
+        text.append(host);
+    }
     if (port != 80) {
-        text += ":" + std::to_string(port);
+        text.append(1, ':').append(std::to_string(port));
     }
     return text;
 }
 
 std::string HttpUrl::text() const {
-    const bool ipv6 = host.find(':') != std::string::npos;
-    return "http://" + (ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port) + target;
+    std::string text("http://");
+    if (host.find(':') != std::string::npos) {
+        text.append(1, '[').append(host).append(1, ']');
+    } else {
+        text.append(host);
+    }
+    text.append(1, ':').append(std::to_string(port)).append(target);
+    return text;
 }
 
 std::optional<HttpUrl> ParseHttpUrl(std::string_view text) {

@@ -38,25 +38,25 @@ extern "C" {
 
 /* Event codes. The download's own events carry source id 0. */
 enum DownloadEventCode {
-    DOWNLOAD_EVENT_STOPPED = 0,         /* the transfer has ended; always the last event */
+    DOWNLOAD_EVENT_STOPPED = 0, /* the transfer has ended; always the last event */
     DOWNLOAD_EVENT_STARTED = 1,
-    DOWNLOAD_EVENT_INVALID_SOURCE = 2,  /* the source is dropped for good */
-    DOWNLOAD_EVENT_WAITING_RETRY = 3,   /* "Waiting 5 seconds to retry" */
-    DOWNLOAD_EVENT_CONNECTING = 4,      /* argument: text "host:port" */
-    DOWNLOAD_EVENT_RESOLVE_FAILED = 5,  /* argument: text, the host name */
+    DOWNLOAD_EVENT_INVALID_SOURCE = 2, /* the source is dropped for good */
+    DOWNLOAD_EVENT_WAITING_RETRY = 3,  /* "Waiting 5 seconds to retry" */
+    DOWNLOAD_EVENT_CONNECTING = 4,     /* argument: text "host:port" */
+    DOWNLOAD_EVENT_RESOLVE_FAILED = 5, /* argument: text, the host name */
     DOWNLOAD_EVENT_CONNECTED = 6,
     DOWNLOAD_EVENT_CONNECT_FAILED = 7,
-    DOWNLOAD_EVENT_REQUEST_SENT = 9,    /* argument: text, the request lines, "\r\n" after each */
+    DOWNLOAD_EVENT_REQUEST_SENT = 9,     /* argument: text, the request lines, "\r\n" after each */
     DOWNLOAD_EVENT_HEADER_RECEIVED = 11, /* argument: text, the response head lines */
     DOWNLOAD_EVENT_RECEIVING = 12,
-    DOWNLOAD_EVENT_RECEIVED = 13,       /* argument: number, bytes from this source so far */
-    DOWNLOAD_EVENT_REDIRECTED = 14,     /* argument: text, the new URL */
-    DOWNLOAD_EVENT_FILE_NAME = 15,      /* argument: text, the name the server gave */
-    DOWNLOAD_EVENT_FILE_LENGTH = 16,    /* argument: const uint32_t[3]: length low and high
-                                           words, bytes already on disk (capped at 2^32-1) */
+    DOWNLOAD_EVENT_RECEIVED = 13,    /* argument: number, bytes from this source so far */
+    DOWNLOAD_EVENT_REDIRECTED = 14,  /* argument: text, the new URL */
+    DOWNLOAD_EVENT_FILE_NAME = 15,   /* argument: text, the name the server gave */
+    DOWNLOAD_EVENT_FILE_LENGTH = 16, /* argument: const uint32_t[3]: length low and high
+                                        words, bytes already on disk (capped at 2^32-1) */
     DOWNLOAD_EVENT_TIMED_OUT = 17,
-    DOWNLOAD_EVENT_PROGRESS = 18,       /* about once a second while data comes in */
-    DOWNLOAD_EVENT_HTTP_ERROR = 19,     /* argument: number, the HTTP status or a DOWNLOAD_ERROR_ */
+    DOWNLOAD_EVENT_PROGRESS = 18,   /* about once a second while data comes in */
+    DOWNLOAD_EVENT_HTTP_ERROR = 19, /* argument: number, the HTTP status or a DOWNLOAD_ERROR_ */
     DOWNLOAD_EVENT_DISCONNECTED = 20,
     DOWNLOAD_EVENT_NO_VALID_SOURCE = 21,
     DOWNLOAD_EVENT_USER_ABORTED = 22,

@@ -61,7 +61,8 @@ private:
 
 TEST(DownloadRunner, DownloadsOnItsOwnThread) {
     const std::string content = RandomBytes(300 * 1024, 3);
-    ServerThread server([&](const HttpRequest& request, int) { return Reply::Range(content, request); });
+    ServerThread server(
+        [&](const HttpRequest& request, int) { return Reply::Range(content, request); });
     TempDir dir;
     WaitableLog log;
     DownloadRunner runner(dir.file("f"), FastOptions());
@@ -80,7 +81,8 @@ TEST(DownloadRunner, DownloadsOnItsOwnThread) {
 
 TEST(DownloadRunner, FinishFromInsideAnEventDoesNotWaitForItself) {
     const std::string content = RandomBytes(100 * 1024, 4);
-    ServerThread server([&](const HttpRequest& request, int) { return Reply::Range(content, request); });
+    ServerThread server(
+        [&](const HttpRequest& request, int) { return Reply::Range(content, request); });
     TempDir dir;
     WaitableLog log;
     auto runner = std::make_unique<DownloadRunner>(dir.file("f"), FastOptions());
@@ -100,7 +102,8 @@ TEST(DownloadRunner, FinishFromInsideAnEventDoesNotWaitForItself) {
 
 TEST(DownloadRunner, StopAndFinishRacingTheTransferAreSafe) {
     const std::string content = RandomBytes(200 * 1024, 5);
-    ServerThread server([&](const HttpRequest& request, int) { return Reply::Range(content, request); });
+    ServerThread server(
+        [&](const HttpRequest& request, int) { return Reply::Range(content, request); });
     for (int round = 0; round < 5; ++round) {
         TempDir dir;
         WaitableLog log;

@@ -18,7 +18,7 @@ namespace {
 struct Exports {
     decltype(&CreateDownloadObject) create = nullptr;
     decltype(&AddDownloadSource) addSource = nullptr;
-    decltype(&Download) download = nullptr;
+    decltype(&::Download) download = nullptr;
     decltype(&GetDownloadInfo) info = nullptr;
     decltype(&StopDownload) stop = nullptr;
     decltype(&CloseDownloadObject) close = nullptr;
@@ -83,7 +83,8 @@ TEST_F(DownloadDll, FetchesAFileFromALoopbackServerAndReportsInOrder) {
     const std::string content = RandomBytes(700 * 1024 + 5, 9);
     asio::io_context context;
     auto work = asio::make_work_guard(context);
-    FaultServer server(context, [&](const HttpRequest& request, int) { return Reply::Range(content, request); });
+    FaultServer server(
+        context, [&](const HttpRequest& request, int) { return Reply::Range(content, request); });
     std::thread serverThread([&] { context.run(); });
 
     TempDir dir;
@@ -92,13 +93,15 @@ TEST_F(DownloadDll, FetchesAFileFromALoopbackServerAndReportsInOrder) {
     const uint32_t handle = api_.create(target.c_str());
     ASSERT_NE(handle, 0u);
     EXPECT_EQ(api_.addSource(handle, "ftp://nowhere/file"), 0u);
-    const uint32_t source = api_.addSource(handle, server.url("/uri-res/N2R?" + Sha1Urn(content)).c_str());
+    const uint32_t source =
+        api_.addSource(handle, server.url("/uri-res/N2R?" + Sha1Urn(content)).c_str());
     ASSERT_NE(source, 0u);
     EXPECT_EQ(api_.info(handle, 0, DOWNLOAD_INFO_PERCENT), -1) << "length not known yet";
     ASSERT_EQ(api_.download(handle, &OnEvent, &seen), 1);
     {
         std::unique_lock guard(seen.lock);
-        ASSERT_TRUE(seen.changed.wait_for(guard, std::chrono::seconds(60), [&] { return seen.stopped; }));
+        ASSERT_TRUE(
+            seen.changed.wait_for(guard, std::chrono::seconds(60), [&] { return seen.stopped; }));
     }
     EXPECT_EQ(api_.info(handle, 0, DOWNLOAD_INFO_PERCENT), 100);
     EXPECT_EQ(api_.info(handle, 0, DOWNLOAD_INFO_SOURCES), 1);
@@ -120,10 +123,10 @@ TEST_F(DownloadDll, FetchesAFileFromALoopbackServerAndReportsInOrder) {
             sourceCodes.push_back(code);
         }
     }
-    EXPECT_EQ(sourceCodes, (std::vector<int>{DOWNLOAD_EVENT_CONNECTING, DOWNLOAD_EVENT_CONNECTED,
-                                             DOWNLOAD_EVENT_REQUEST_SENT,
-                                             DOWNLOAD_EVENT_HEADER_RECEIVED,
-                                             DOWNLOAD_EVENT_RECEIVING}));
+    EXPECT_EQ(sourceCodes,
+              (std::vector<int>{DOWNLOAD_EVENT_CONNECTING, DOWNLOAD_EVENT_CONNECTED,
+                                DOWNLOAD_EVENT_REQUEST_SENT, DOWNLOAD_EVENT_HEADER_RECEIVED,
+                                DOWNLOAD_EVENT_RECEIVING}));
     ASSERT_GE(seen.events.size(), 3u);
     EXPECT_EQ(seen.events.front(), (std::pair<uint32_t, int>{0, DOWNLOAD_EVENT_STARTED}));
     EXPECT_EQ(seen.events[seen.events.size() - 2],
@@ -148,13 +151,14 @@ TEST_F(DownloadDll, DownloadWithoutSourcesEndsWithNoValidSource) {
     ASSERT_EQ(api_.download(handle, &OnEvent, &seen), 1);
     {
         std::unique_lock guard(seen.lock);
-        ASSERT_TRUE(seen.changed.wait_for(guard, std::chrono::seconds(60), [&] { return seen.stopped; }));
+        ASSERT_TRUE(
+            seen.changed.wait_for(guard, std::chrono::seconds(60), [&] { return seen.stopped; }));
     }
     api_.close(handle);
-    EXPECT_EQ(seen.events, (std::vector<std::pair<uint32_t, int>>{
-                               {0, DOWNLOAD_EVENT_STARTED},
-                               {0, DOWNLOAD_EVENT_NO_VALID_SOURCE},
-                               {0, DOWNLOAD_EVENT_STOPPED}}));
+    EXPECT_EQ(seen.events,
+              (std::vector<std::pair<uint32_t, int>>{{0, DOWNLOAD_EVENT_STARTED},
+                                                     {0, DOWNLOAD_EVENT_NO_VALID_SOURCE},
+                                                     {0, DOWNLOAD_EVENT_STOPPED}}));
 }
 
 } // namespace
