@@ -350,6 +350,46 @@ TEST_F(Faults, ResumeAfterCloseAsksOnlyForMissingBytes) {
     }
 }
 
+TEST_F(Faults, ResumeAfterACrashTrustsTheLastSavedMap) {
+    const std::string mapPath = dir_.file("f") + ".ranges";
+    RangeSet saved;
+    {
+        // A process that dies: its context is dropped with the download still running, so
+        // nothing after the last periodic save reaches the disk's map.
+        asio::io_context doomed;
+        int served = 0;
+        FaultServer server(doomed, [&](const HttpRequest& request, int) {
+            Reply reply = Reply::Range(content_, request);
+            if (++served > 4) {
+                reply.sendBodyBytes = reply.body.size() / 3;
+                reply.stallAfter = true;
+            }
+            return reply;
+        });
+        EventLog first;
+        Download download(doomed, dir_.file("f"), FastOptions());
+        download.addSource(server.url("/f" + urn()));
+        download.start(first.handler());
+        ASSERT_TRUE(RunUntil(doomed, [&] {
+            const auto map = ParseRangeMap(ReadWholeFile(mapPath));
+            return map && map->done.size() == 1 && map->done[0].end >= 4u * 16 * 1024;
+        }));
+        const auto map = ParseRangeMap(ReadWholeFile(mapPath));
+        for (ByteSpan span : map->done) {
+            saved.add(span);
+        }
+    }
+    FaultServer fresh(context_, serveAll());
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {fresh.url("/f" + urn())});
+    EXPECT_TRUE(succeeded());
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+    for (const auto& request : fresh.requests()) {
+        EXPECT_FALSE(saved.intersects(*request.range))
+            << "asked again for " << request.range->begin << "-" << request.range->end;
+    }
+}
+
 TEST_F(Faults, ForgetRemovesTheRangeMap) {
     FaultServer stalling(context_, [this](const HttpRequest& request, int number) {
         Reply reply = Reply::Range(content_, request);
