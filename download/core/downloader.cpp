@@ -187,6 +187,7 @@ private:
     bool ended_ = false;
 
     // The io_context thread only.
+    bool begun_ = false;
     std::map<std::uint32_t, std::unique_ptr<Source>> sources_;
     SwarmPlan plan_;
     RandomAccessFile file_;
@@ -237,7 +238,8 @@ std::uint32_t DownloadSession::addSource(std::string_view text) {
         }
     }
     asio::post(context_, [self = shared_from_this(), id, url = *url]() {
-        if (!self->running() || self->sources_.count(id) > 0) {
+        // Before begin() has run, begin() takes the source from the accepted list itself.
+        if (!self->running() || !self->begun_ || self->sources_.count(id) > 0) {
             return;
         }
         auto& source =
@@ -250,14 +252,12 @@ std::uint32_t DownloadSession::addSource(std::string_view text) {
 }
 
 bool DownloadSession::start(EventHandler handler) {
-    {
-        std::lock_guard guard(lock_);
-        if (started_ || ended_) {
-            return false;
-        }
-        started_ = true;
+    std::lock_guard guard(lock_);
+    if (started_ || ended_) {
+        return false;
     }
     handler_ = std::move(handler);
+    started_ = true;
     asio::post(context_, [self = shared_from_this()]() { self->begin(); });
     return true;
 }
@@ -341,6 +341,7 @@ void DownloadSession::begin() {
     if (ended_) {
         return;
     }
+    begun_ = true;
     transferring_ = 1;
     emit(EventCode::Started);
     openFiles();
