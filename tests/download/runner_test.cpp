@@ -32,13 +32,13 @@ class WaitableLog {
 public:
     EventHandler handler(std::function<void(const DownloadEvent&)> also = {}) {
         return [this, also](const DownloadEvent& event) {
-            {
-                std::lock_guard guard(lock_);
-                codes_.push_back(event.code);
-            }
             if (also) {
                 also(event);
             }
+            // Notified under the lock: once a waiter has seen the last event, this handler
+            // touches the log no more, even on a thread nobody waits for.
+            std::lock_guard guard(lock_);
+            codes_.push_back(event.code);
             changed_.notify_all();
         };
     }
