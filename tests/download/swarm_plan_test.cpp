@@ -1,0 +1,64 @@
+#include "download/core/swarm_plan.h"
+
+#include <gtest/gtest.h>
+
+namespace corvid::download {
+namespace {
+
+TEST(SwarmPlan, HandsOutDisjointSpansFromTheFront) {
+    SwarmPlan plan;
+    plan.setLength(1000);
+    EXPECT_EQ(plan.claimFree(1, 300), (ByteSpan{0, 300}));
+    EXPECT_EQ(plan.claimFree(2, 300), (ByteSpan{300, 600}));
+    plan.markDone({600, 700});
+    EXPECT_EQ(plan.claimFree(3, 1000), (ByteSpan{700, 1000}));
+    EXPECT_EQ(plan.claimFree(4, 10), std::nullopt);
+    EXPECT_EQ(plan.freeBytes(), 0u);
+}
+
+TEST(SwarmPlan, ReleasedBytesGoBackToThePool) {
+    SwarmPlan plan;
+    plan.setLength(1000);
+    plan.claimFree(1, 500);
+    plan.recordWritten(1, {0, 200});
+    plan.release(1);
+    EXPECT_EQ(plan.done().total(), 200u);
+    EXPECT_EQ(plan.claimFree(2, 1000), (ByteSpan{200, 1000}));
+}
+
+TEST(SwarmPlan, StealsTheBackHalfOfTheLargestClaim) {
+    SwarmPlan plan;
+    plan.setLength(1000);
+    plan.claimFree(1, 200);
+    plan.claimFree(2, 800);
+    plan.recordWritten(1, {0, 200});
+    EXPECT_FALSE(plan.claimOf(1)) << "a claim written to its end is gone";
+    const auto never = [](std::uint32_t) { return false; };
+    const auto stolen = plan.steal(1, 50, 1000, never);
+    EXPECT_EQ(stolen, (ByteSpan{600, 1000}));
+    EXPECT_EQ(plan.claimOf(2)->end, 600u);
+    EXPECT_EQ(plan.steal(3, 250, 1000, never), std::nullopt) << "too small to split";
+}
+
+TEST(SwarmPlan, TakesOverTheWholeClaimOfAStalledSource) {
+    SwarmPlan plan;
+    plan.setLength(100);
+    plan.claimFree(1, 100);
+    plan.recordWritten(1, {0, 30});
+    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t) { return false; }), std::nullopt);
+    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t owner) { return owner == 1; }),
+              (ByteSpan{30, 100}));
+    EXPECT_FALSE(plan.claimOf(1)) << "the stalled source holds nothing any more";
+}
+
+TEST(SwarmPlan, CompleteOnlyWhenEveryByteIsDone) {
+    SwarmPlan plan;
+    plan.markDone({0, 500});
+    EXPECT_FALSE(plan.complete()) << "length unknown";
+    plan.setLength(400);
+    EXPECT_TRUE(plan.complete()) << "bytes beyond the length are cut off";
+    EXPECT_EQ(plan.done().total(), 400u);
+}
+
+} // namespace
+} // namespace corvid::download
