@@ -80,24 +80,12 @@ std::string CleanText(std::string_view text) {
             }
             continue;
         }
-        switch (byte) {
-        case '&':
-            clean += "&amp;";
-            break;
-        case '<':
-            clean += "&lt;";
-            break;
-        case '>':
-            clean += "&gt;";
-            break;
-        case '"':
-            clean += "&quot;";
-            break;
-        case '\'':
-            clean += "&apos;";
-            break;
-        default:
-            clean += (byte < 0x20 || byte == 0x7F) ? ' ' : static_cast<char>(byte);
+        if (byte == '<' || byte == '>') {
+            clean += '_';
+        } else if (byte < 0x20 || byte == 0x7F) {
+            clean += ' ';
+        } else {
+            clean += static_cast<char>(byte);
         }
     }
     return clean;

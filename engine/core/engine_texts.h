@@ -2,8 +2,10 @@
 
 // The XML texts the engine hands to the plug-in: search results, connected hosts, uploads and the
 // network summary. The plug-in reads them with a flat tag scanner that looks for elements in a
-// fixed order, so the order of the elements here is part of the format. Every string that came
-// from a peer goes through CleanText, so no peer can end an element early or start one of its own.
+// fixed order, so the order of the elements here is part of the format. The scanner takes element
+// contents as they stand (it knows no entities), so strings are cleaned rather than escaped: every
+// string that came from a peer goes through CleanText, and no peer can end an element early or
+// start one of its own.
 
 #include "engine/core/upload_registry.h"
 
@@ -14,8 +16,8 @@
 
 namespace corvid::engine {
 
-// XML-escapes & < > " and ', turns control characters into blanks and bytes that are not UTF-8
-// into '?'.
+// Angle brackets become '_' (Windows forbids them in file names anyway), control characters
+// blanks, and bytes that are not UTF-8 '?'.
 std::string CleanText(std::string_view text);
 
 // The answering host of one "searchresult" text.

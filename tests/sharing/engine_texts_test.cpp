@@ -40,7 +40,7 @@ TEST(EngineTexts, NoPeerStringCanOpenOrCloseAnElement) {
     EXPECT_EQ(Count(text, "<name>"), 1u);
     EXPECT_EQ(Count(text, "<sha1>"), 1u);
     EXPECT_EQ(Count(text, "<"), Count(text, ">")) << "every bracket is markup of our own";
-    EXPECT_NE(text.find("x&lt;/name&gt;&lt;sha1&gt;EVIL"), std::string::npos);
+    EXPECT_NE(text.find("<name>x_/name__sha1_EVIL"), std::string::npos);
 
     const HostRecord hosts[] = {{evil, evil, evil, 0, evil, evil, evil, 0, evil}};
     const std::string hostText = HostInfoText(hosts);
@@ -63,7 +63,7 @@ TEST(EngineTexts, CleaningKeepsUtf8AndDropsControlsAndBrokenBytes) {
     EXPECT_EQ(CleanText("\xff\xc3(\xe2\x82\xed\xa0\x80\xc0\xaf"), "?"
                                                                   "?(???????");
     EXPECT_EQ(CleanText("\xe2\x82"), "??") << "a sequence cut short at the end";
-    EXPECT_EQ(CleanText("a&b<c>d\"e'f"), "a&amp;b&lt;c&gt;d&quot;e&apos;f");
+    EXPECT_EQ(CleanText("a&b<c>d\"e'f"), "a&b_c_d\"e'f") << "the reader knows no entities";
 }
 
 TEST(EngineTexts, HostTicksAndUploadSizesFitTheReadersSignedFields) {
