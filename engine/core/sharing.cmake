@@ -9,7 +9,8 @@ add_library(corvid_sharing STATIC
     ${CMAKE_CURRENT_LIST_DIR}/upload_server.cpp
     ${CMAKE_CURRENT_LIST_DIR}/engine_texts.cpp)
 target_include_directories(corvid_sharing PUBLIC ${CMAKE_SOURCE_DIR})
-target_compile_definitions(corvid_sharing PUBLIC ASIO_STANDALONE ASIO_NO_DEPRECATED)
+target_compile_definitions(corvid_sharing PUBLIC ASIO_STANDALONE ASIO_NO_DEPRECATED
+                                                 ASIO_DISABLE_STD_ALIGNED_ALLOC)
 target_link_libraries(corvid_sharing PUBLIC corvid_library ZLIB::ZLIB Threads::Threads)
 if(WIN32)
     target_link_libraries(corvid_sharing PUBLIC ws2_32 mswsock)

@@ -1,0 +1,826 @@
+#include "engine/core/servent.h"
+
+#include <algorithm>
+
+namespace corvid::gnutella {
+
+namespace {
+constexpr std::size_t kResultsPerHit = 100;
+constexpr std::size_t kHitPayloadBudget = 32768;
+constexpr std::size_t kPongsPerPing = 10;
+constexpr std::size_t kTryHosts = 10;
+} // namespace
+
+struct Servent::Peer {
+    enum class State { AwaitingConnect, AwaitingResponse, AwaitingFinal, Open };
+
+    PeerId id = 0;
+    Endpoint remote;
+    Endpoint listen;
+    bool outgoing = false;
+    State state = State::AwaitingConnect;
+    PeerKind kind = PeerKind::Handshaking;
+    bool closing = false;
+    Clock::time_point since{};
+    std::string user_agent;
+    HeaderBlockReader reader;
+    // The kind the handshake settled on, applied once the last step is through.
+    PeerKind agreed = PeerKind::Handshaking;
+    bool guided_to_leaf = false; // we told an ultrapeer to become our leaf
+    bool send_compressed = false;
+    bool receive_compressed = false;
+    bool supports_qrp = false;
+    std::uint8_t max_ttl = 7;
+    std::unique_ptr<Inflater> inflater;
+    std::unique_ptr<Deflater> deflater;
+    DescriptorFramer framer;
+    std::unique_ptr<QrpReceiver> qrp;
+    std::uint64_t qrp_revision_sent = 0;
+    std::optional<Clock::time_point> qrp_sent_at;
+    double ping_tokens = 0;
+    Clock::time_point ping_refilled{};
+    std::uint64_t queries_received = 0;
+    std::uint64_t queries_sent = 0;
+};
+
+Servent::Servent(ServentConfig config, const SharedFileIndex& index, ServentTransport& transport,
+                 std::function<Clock::time_point()> clock, std::uint64_t seed)
+    : config_(std::move(config)), index_(index), transport_(transport), clock_(std::move(clock)),
+      rng_(seed), servent_guid_(Guid::Random(rng_)),
+      ultrapeer_(config_.network.node_mode != NodeMode::LeafPeer),
+      ping_routes_(config_.route_lifetime, config_.route_table_entries),
+      query_routes_(config_.route_lifetime, config_.route_table_entries),
+      push_routes_(config_.route_lifetime, config_.route_table_entries),
+      hosts_(1000, config_.allow_private_addresses) {}
+
+Servent::~Servent() = default;
+
+Servent::Peer* Servent::Find(PeerId id) {
+    auto it = peers_.find(id);
+    if (it == peers_.end() || it->second->closing)
+        return nullptr;
+    return it->second.get();
+}
+
+Servent::Peer& Servent::NewPeer(PeerId id, const Endpoint& remote, bool outgoing) {
+    auto peer = std::make_unique<Peer>();
+    peer->id = id;
+    peer->remote = remote;
+    peer->outgoing = outgoing;
+    peer->since = clock_();
+    peer->ping_tokens = config_.ping_burst;
+    peer->ping_refilled = peer->since;
+    auto& ref = *peer;
+    peers_.emplace(ref.id, std::move(peer));
+    return ref;
+}
+
+void Servent::Accepted(PeerId id, const Endpoint& remote) {
+    auto& peer = NewPeer(id, remote, false);
+    peer.state = Peer::State::AwaitingConnect;
+}
+
+void Servent::Connected(PeerId id, const Endpoint& remote) {
+    dialing_.erase(remote);
+    auto& peer = NewPeer(id, remote, true);
+    peer.state = Peer::State::AwaitingResponse;
+    SendRaw(peer, FormatHeaderBlock("GNUTELLA CONNECT/0.6", CommonHeaders(peer)));
+}
+
+void Servent::DialFailed(const Endpoint& remote) {
+    dialing_.erase(remote);
+    hosts_.Rest(remote, clock_() + config_.refused_host_rest);
+}
+
+void Servent::Lost(PeerId id) {
+    auto it = peers_.find(id);
+    if (it == peers_.end() || it->second->closing)
+        return;
+    it->second->closing = true;
+    doomed_.push_back(id);
+    Reap();
+}
+
+void Servent::Received(PeerId id, ByteView bytes) {
+    if (auto* peer = Find(id))
+        Consume(*peer, bytes);
+    Reap();
+}
+
+void Servent::Consume(Peer& peer, ByteView bytes) {
+    if (peer.state == Peer::State::Open)
+        ReceiveBinary(peer, bytes);
+    else
+        ReceiveHandshake(peer, bytes);
+}
+
+void Servent::ReceiveHandshake(Peer& peer, ByteView bytes) {
+    std::size_t used = 0;
+    auto status = peer.reader.Feed(bytes, &used);
+    if (status == HeaderBlockReader::Status::NeedMore)
+        return;
+    if (status == HeaderBlockReader::Status::Error) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 400, "Bad handshake");
+        return;
+    }
+    HeaderBlock block = peer.reader.block();
+    peer.reader = HeaderBlockReader();
+    switch (peer.state) {
+    case Peer::State::AwaitingConnect:
+        OnConnectBlock(peer, block);
+        break;
+    case Peer::State::AwaitingResponse:
+        OnResponseBlock(peer, block);
+        break;
+    case Peer::State::AwaitingFinal:
+        OnFinalBlock(peer, block);
+        break;
+    case Peer::State::Open:
+        break;
+    }
+    // Whatever followed the header block on the wire belongs to the next stage.
+    if (!peer.closing && used < bytes.size())
+        Consume(peer, bytes.subspan(used));
+}
+
+std::vector<std::pair<std::string, std::string>> Servent::CommonHeaders(const Peer& peer) const {
+    std::vector<std::pair<std::string, std::string>> h;
+    h.emplace_back("User-Agent", config_.user_agent);
+    h.emplace_back("X-Ultrapeer", ultrapeer_ ? "True" : "False");
+    h.emplace_back("X-Query-Routing", "0.1");
+    h.emplace_back("X-Max-TTL", std::to_string(config_.max_ttl));
+    h.emplace_back("X-Degree", std::to_string(config_.network.ultrapeer_max_count));
+    h.emplace_back("Pong-Caching", "0.1");
+    h.emplace_back("GGEP", "0.5");
+    h.emplace_back("Bye-Packet", "0.1");
+    if (config_.listen.IsValid())
+        h.emplace_back("Listen-IP", config_.listen.ToString());
+    std::string remote = peer.remote.ToString();
+    h.emplace_back("Remote-IP", remote.substr(0, remote.find(':')));
+    if (config_.compress_links)
+        h.emplace_back("Accept-Encoding", "deflate");
+    return h;
+}
+
+std::vector<Endpoint> Servent::TryHosts() const {
+    std::vector<Endpoint> out;
+    for (const auto& [id, peer] : peers_)
+        if (peer->kind == PeerKind::Ultrapeer && peer->listen.IsValid() && out.size() < kTryHosts)
+            out.push_back(peer->listen);
+    for (const auto& host : hosts_.Sample(kTryHosts))
+        if (out.size() < kTryHosts && std::find(out.begin(), out.end(), host) == out.end())
+            out.push_back(host);
+    return out;
+}
+
+void Servent::LearnAddress(const HeaderBlock& block) {
+    if (config_.listen.ip != 0)
+        return;
+    if (auto remote_ip = block.Get("Remote-IP"))
+        if (auto ep = ParseEndpoint(*remote_ip, config_.listen.port))
+            config_.listen.ip = ep->ip;
+}
+
+void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
+    if (!block.is_connect) {
+        Drop(peer, 400, "Bad handshake");
+        return;
+    }
+    peer.user_agent = block.Get("User-Agent").value_or("");
+    if (auto listen = block.Get("Listen-IP").value_or(block.Get("X-My-Address").value_or(""));
+        !listen.empty())
+        if (auto ep = ParseEndpoint(listen))
+            peer.listen = *ep;
+    LearnAddress(block);
+    peer.supports_qrp = block.Has("X-Query-Routing");
+    if (auto ttl = block.Get("X-Max-TTL"))
+        peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
+    bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
+    int ultrapeers = CountPeers(PeerKind::Ultrapeer);
+    int leaves = CountPeers(PeerKind::Leaf);
+    bool up_room = ultrapeers < config_.network.ultrapeer_max_count;
+    bool leaf_room = leaves < config_.network.leaf_peer_max_count;
+
+    auto headers = CommonHeaders(peer);
+    std::string reason;
+    if (!ultrapeer_) {
+        reason = "Shielded leaf";
+    } else if (remote_ultrapeer) {
+        if (up_room) {
+            peer.agreed = PeerKind::Ultrapeer;
+        } else if (leaf_room && peer.supports_qrp) {
+            // Full of ultrapeers but with room for leaves: ask this one to be our leaf.
+            peer.agreed = PeerKind::Leaf;
+            peer.guided_to_leaf = true;
+        } else {
+            reason = "Ultrapeer slots full";
+        }
+    } else if (leaf_room && peer.supports_qrp) {
+        peer.agreed = PeerKind::Leaf;
+    } else {
+        reason = leaf_room ? "Query routing required" : "Leaf slots full";
+    }
+    if (ultrapeer_)
+        headers.emplace_back("X-Ultrapeer-Needed", peer.guided_to_leaf ? "false" : "true");
+    if (auto tries = TryHosts(); !tries.empty())
+        headers.emplace_back("X-Try-Ultrapeers", FormatTryList(tries));
+    if (!reason.empty()) {
+        SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 " + reason, headers));
+        Drop(peer, 0, reason);
+        return;
+    }
+    if (config_.compress_links && block.HasToken("Accept-Encoding", "deflate")) {
+        headers.emplace_back("Content-Encoding", "deflate");
+        peer.send_compressed = true;
+    }
+    SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 200 OK", headers));
+    peer.state = Peer::State::AwaitingFinal;
+}
+
+void Servent::OnResponseBlock(Peer& peer, const HeaderBlock& block) {
+    for (const char* name : {"X-Try-Ultrapeers", "X-Try"})
+        if (auto list = block.Get(name))
+            for (const auto& host : ParseTryList(*list))
+                hosts_.Add(host);
+    if (block.is_connect || block.code != 200) {
+        // Refused: keep the try-list, let this host rest, never redial at once.
+        hosts_.Rest(peer.remote, clock_() + config_.refused_host_rest);
+        Drop(peer, 0, "Refused");
+        return;
+    }
+    peer.user_agent = block.Get("User-Agent").value_or("");
+    peer.listen = peer.remote;
+    LearnAddress(block);
+    peer.supports_qrp = block.Has("X-Query-Routing");
+    if (auto ttl = block.Get("X-Max-TTL"))
+        peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
+    bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
+    std::vector<std::pair<std::string, std::string>> headers;
+    if (!remote_ultrapeer) {
+        if (!ultrapeer_ || CountPeers(PeerKind::Leaf) >= config_.network.leaf_peer_max_count) {
+            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Not an ultrapeer", {}));
+            Drop(peer, 0, "Not an ultrapeer");
+            return;
+        }
+        peer.agreed = PeerKind::Leaf;
+    } else {
+        peer.agreed = PeerKind::Ultrapeer;
+        bool guided = block.IsFalse("X-Ultrapeer-Needed");
+        if (ultrapeer_ && guided && config_.network.node_mode == NodeMode::Automatic &&
+            CountPeers(PeerKind::Leaf) == 0) {
+            ultrapeer_ = false;
+            headers.emplace_back("X-Ultrapeer", "False");
+        } else if (ultrapeer_ &&
+                   CountPeers(PeerKind::Ultrapeer) >= config_.network.ultrapeer_max_count) {
+            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Ultrapeer slots full", {}));
+            Drop(peer, 0, "Ultrapeer slots full");
+            return;
+        } else if (!ultrapeer_ &&
+                   CountPeers(PeerKind::Ultrapeer) >= config_.network.peer_max_count) {
+            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Enough ultrapeers", {}));
+            Drop(peer, 0, "Enough ultrapeers");
+            return;
+        }
+    }
+    if (config_.compress_links && block.HasToken("Accept-Encoding", "deflate")) {
+        headers.emplace_back("Content-Encoding", "deflate");
+        peer.send_compressed = true;
+    }
+    peer.receive_compressed = block.HasToken("Content-Encoding", "deflate");
+    SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 200 OK", headers));
+    Open(peer);
+}
+
+void Servent::OnFinalBlock(Peer& peer, const HeaderBlock& block) {
+    if (block.is_connect || block.code != 200) {
+        Drop(peer, 0, "Handshake refused");
+        return;
+    }
+    if (peer.guided_to_leaf && !block.IsFalse("X-Ultrapeer")) {
+        Drop(peer, 0, "Ultrapeer slots full");
+        return;
+    }
+    peer.receive_compressed = block.HasToken("Content-Encoding", "deflate");
+    Open(peer);
+}
+
+void Servent::Open(Peer& peer) {
+    peer.state = Peer::State::Open;
+    peer.kind = peer.agreed;
+    if (peer.send_compressed)
+        peer.deflater = std::make_unique<Deflater>();
+    if (peer.receive_compressed)
+        peer.inflater = std::make_unique<Inflater>();
+    if (peer.kind == PeerKind::Leaf)
+        peer.qrp = std::make_unique<QrpReceiver>();
+    if (peer.listen.IsValid() && peer.kind == PeerKind::Ultrapeer)
+        hosts_.Add(peer.listen);
+    if (observer_)
+        Notify([&] { observer_->OnPeerOpened(Describe(peer)); });
+    if (!ultrapeer_ && peer.kind == PeerKind::Ultrapeer && peer.supports_qrp)
+        SendQrp(peer);
+    // A first ping fills our host cache from the peer's pong cache.
+    Bytes ping;
+    auto guid = Guid::Random(rng_);
+    ping_routes_.Insert(guid, kLocalPeer, clock_());
+    SendMessage(peer, MakeMessage(guid, PayloadType::Ping, 2, ping));
+}
+
+void Servent::ReceiveBinary(Peer& peer, ByteView bytes) {
+    auto feed = [&](ByteView piece) {
+        if (peer.closing)
+            return false;
+        auto status = peer.framer.Feed(piece, [&](Message&& message) {
+            if (!peer.closing)
+                Dispatch(peer, std::move(message));
+        });
+        if (status == DescriptorFramer::Status::PayloadTooLarge) {
+            ++stats_.peers_dropped_for_abuse;
+            Drop(peer, 400, "Too big");
+            return false;
+        }
+        return !peer.closing;
+    };
+    if (!peer.inflater) {
+        feed(bytes);
+        return;
+    }
+    if (!peer.inflater->Decompress(bytes, feed) && !peer.closing) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 400, "Broken deflate stream");
+    }
+}
+
+void Servent::Dispatch(Peer& peer, Message&& message) {
+    auto& h = message.header;
+    if (h.hops >= kMaxTtlPlusHops && h.type != static_cast<std::uint8_t>(PayloadType::QueryHit))
+        return;
+    if (h.ttl + h.hops > kMaxTtlPlusHops)
+        h.ttl = static_cast<std::uint8_t>(kMaxTtlPlusHops - std::min<int>(h.hops, kMaxTtlPlusHops));
+    switch (message.type()) {
+    case PayloadType::Ping:
+        OnPing(peer, message);
+        break;
+    case PayloadType::Pong:
+        OnPong(peer, message);
+        break;
+    case PayloadType::Bye:
+        Drop(peer, 0, "Bye");
+        break;
+    case PayloadType::RouteTable:
+        OnRouteTable(peer, message);
+        break;
+    case PayloadType::Push:
+        OnPush(peer, message);
+        break;
+    case PayloadType::Query:
+        OnQuery(peer, message);
+        break;
+    case PayloadType::QueryHit:
+        OnQueryHit(peer, message);
+        break;
+    case PayloadType::VendorMessage:
+    case PayloadType::VendorMessageStable:
+    default:
+        // Vendor messages we do not speak and unknown types are skipped, never forwarded.
+        break;
+    }
+}
+
+void Servent::OnPing(Peer& peer, Message& message) {
+    auto now = clock_();
+    double refill = std::chrono::duration<double>(now - peer.ping_refilled) /
+                    std::chrono::duration<double>(config_.ping_refill);
+    peer.ping_tokens = std::min<double>(config_.ping_burst, peer.ping_tokens + refill);
+    peer.ping_refilled = now;
+    if (peer.ping_tokens < 1) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 409, "Ping flood");
+        return;
+    }
+    peer.ping_tokens -= 1;
+    if (!ping_routes_.Insert(message.header.guid, peer.id, now)) {
+        ++stats_.duplicates_dropped;
+        return;
+    }
+    auto reply_ttl = static_cast<std::uint8_t>(std::min<int>(message.header.hops + 1, 7));
+    SendMessage(peer, MakeMessage(message.header.guid, PayloadType::Pong, reply_ttl,
+                                  SerializePong(OwnPong())));
+    // Ultrapeers answer for the network from their pong cache instead of flooding the ping.
+    if (ultrapeer_ && message.header.ttl > 1) {
+        std::size_t sent = 0;
+        for (const auto& pong : pong_cache_) {
+            if (sent == kPongsPerPing)
+                break;
+            if (pong.endpoint() == peer.listen)
+                continue;
+            SendMessage(peer, MakeMessage(message.header.guid, PayloadType::Pong, reply_ttl,
+                                          SerializePong(pong)));
+            ++sent;
+        }
+    }
+}
+
+void Servent::OnPong(Peer& /*peer*/, Message& message) {
+    auto pong = ParsePong(message.payload);
+    if (!pong)
+        return;
+    auto route = ping_routes_.Find(message.header.guid, clock_());
+    if (!route)
+        return;
+    if (*route != kLocalPeer) {
+        if (auto* target = Find(*route); target && message.header.ttl > 1) {
+            --message.header.ttl;
+            ++message.header.hops;
+            SendMessage(*target, message);
+        }
+        return;
+    }
+    auto host = pong->endpoint();
+    bool usable = host.IsValid() && (config_.allow_private_addresses || host.IsRoutable());
+    if (!usable || host == config_.listen)
+        return;
+    hosts_.Add(host);
+    if (ultrapeer_) {
+        std::erase_if(pong_cache_, [&](const Pong& p) { return p.endpoint() == host; });
+        pong_cache_.push_front(*pong);
+        if (pong_cache_.size() > config_.pong_cache_size)
+            pong_cache_.pop_back();
+    }
+}
+
+void Servent::OnRouteTable(Peer& peer, Message& message) {
+    if (!peer.qrp)
+        return; // last-hop tables between ultrapeers: not used here
+    auto result = peer.qrp->Apply(message.payload);
+    if (result == QrpReceiver::Result::Error) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 400, "Bad query routing table");
+    } else if (result == QrpReceiver::Result::Complete && observer_) {
+        Notify([&] { observer_->OnQrpTableComplete(peer.id); });
+    }
+}
+
+void Servent::OnPush(Peer& peer, Message& message) {
+    auto push = ParsePush(message.payload);
+    if (!push)
+        return;
+    if (push->servent == servent_guid_) {
+        if (observer_)
+            Notify([&] { observer_->OnPushRequest(*push); });
+        return;
+    }
+    auto route = push_routes_.Find(push->servent, clock_());
+    if (!route || *route == peer.id || message.header.ttl <= 1)
+        return;
+    if (auto* target = Find(*route)) {
+        --message.header.ttl;
+        ++message.header.hops;
+        SendMessage(*target, message);
+    }
+}
+
+void Servent::OnQuery(Peer& peer, Message& message) {
+    ++peer.queries_received;
+    if (!query_routes_.Insert(message.header.guid, peer.id, clock_())) {
+        ++stats_.duplicates_dropped;
+        return;
+    }
+    auto query = ParseQuery(message.payload);
+    if (!query)
+        return;
+    ++stats_.queries_handled;
+    AnswerQuery(peer, message, *query);
+    if (ultrapeer_)
+        RouteQuery(message, *query, peer.id);
+}
+
+void Servent::AnswerQuery(Peer& peer, const Message& message, const Query& query) {
+    auto keywords = SplitKeywords(query.text);
+    if (query.text == "\\")
+        keywords.clear();
+    if (keywords.empty() && query.sha1s.empty())
+        return;
+    auto files = index_.Match(keywords, query.sha1s, config_.max_results_per_query);
+    if (files.empty())
+        return;
+    QueryHit hit;
+    hit.port = config_.listen.port;
+    hit.ip = config_.listen.ip;
+    hit.speed = config_.speed_kbps;
+    hit.vendor = "CRVD";
+    hit.flags.firewalled = config_.firewalled;
+    hit.servent = servent_guid_;
+    if (config_.advertise_browse_host) {
+        hit.ggep.emplace();
+        hit.ggep->extensions.push_back({"BH", {}, false, false});
+    }
+    auto reply_ttl = static_cast<std::uint8_t>(std::min<int>(message.header.hops + 2, 7));
+    std::size_t budget = 0;
+    auto flush = [&] {
+        if (hit.results.empty())
+            return;
+        SendMessage(peer, MakeMessage(message.header.guid, PayloadType::QueryHit, reply_ttl,
+                                      SerializeQueryHit(hit)));
+        hit.results.clear();
+        budget = 0;
+    };
+    for (auto& file : files) {
+        std::size_t cost = 10 + file.name.size() + 9 + file.sha1.size();
+        if (hit.results.size() == kResultsPerHit || budget + cost > kHitPayloadBudget)
+            flush();
+        budget += cost;
+        hit.results.push_back({file.index, file.size, std::move(file.name), std::move(file.sha1)});
+    }
+    flush();
+}
+
+void Servent::RouteQuery(const Message& message, const Query& query, PeerId from) {
+    Message out = message;
+    int ttl = message.header.ttl - 1;
+    out.header.hops = static_cast<std::uint8_t>(message.header.hops + 1);
+    for (auto& [id, target] : peers_) {
+        if (id == from || target->closing || target->state != Peer::State::Open)
+            continue;
+        if (target->kind == PeerKind::Ultrapeer) {
+            int capped = std::min<int>(ttl, target->max_ttl);
+            if (capped <= 0)
+                continue;
+            out.header.ttl = static_cast<std::uint8_t>(capped);
+        } else if (target->kind == PeerKind::Leaf) {
+            // A leaf is reached only when its table says it may answer; it never forwards.
+            const auto& table = target->qrp ? target->qrp->table() : std::nullopt;
+            if (!table || !table->MatchesQuery(query.text, query.sha1s)) {
+                ++stats_.queries_blocked_by_qrp;
+                continue;
+            }
+            out.header.ttl = 1;
+        } else {
+            continue;
+        }
+        SendMessage(*target, out);
+        ++target->queries_sent;
+        ++stats_.queries_forwarded;
+    }
+}
+
+void Servent::OnQueryHit(Peer& peer, Message& message) {
+    auto servent = QueryHitServent(message.payload);
+    if (!servent) {
+        ++stats_.hits_dropped_unroutable;
+        return;
+    }
+    auto now = clock_();
+    auto route = query_routes_.Find(message.header.guid, now);
+    if (!route) {
+        ++stats_.hits_dropped_unroutable;
+        return;
+    }
+    if (*servent != servent_guid_)
+        push_routes_.Update(*servent, peer.id, now);
+    if (*route == kLocalPeer) {
+        if (auto hit = ParseQueryHit(message.payload); hit && observer_)
+            Notify([&] { observer_->OnSearchHit(message.header.guid, *hit); });
+        return;
+    }
+    auto* target = Find(*route);
+    if (!target || message.header.ttl <= 1) {
+        ++stats_.hits_dropped_unroutable;
+        return;
+    }
+    --message.header.ttl;
+    ++message.header.hops;
+    SendMessage(*target, message);
+    ++stats_.hits_routed;
+}
+
+Pong Servent::OwnPong() const {
+    Pong pong;
+    pong.port = config_.listen.port;
+    pong.ip = config_.listen.ip;
+    std::uint64_t kilobytes = 0;
+    auto files = index_.All();
+    for (const auto& f : files)
+        kilobytes += f.size / 1024;
+    pong.files = static_cast<std::uint32_t>(files.size());
+    pong.kilobytes = static_cast<std::uint32_t>(std::min<std::uint64_t>(kilobytes, 0xFFFFFFFFu));
+    if (ultrapeer_) {
+        auto free_up =
+            std::max(0, config_.network.ultrapeer_max_count - CountPeers(PeerKind::Ultrapeer));
+        auto free_leaf =
+            std::max(0, config_.network.leaf_peer_max_count - CountPeers(PeerKind::Leaf));
+        pong.ggep.emplace();
+        pong.ggep->extensions.push_back({"UP",
+                                         {0x01, static_cast<std::uint8_t>(std::min(free_up, 255)),
+                                          static_cast<std::uint8_t>(std::min(free_leaf, 255))},
+                                         false,
+                                         false});
+    }
+    return pong;
+}
+
+void Servent::SendMessage(Peer& peer, const Message& message) {
+    if (peer.closing)
+        return;
+    Bytes bytes = SerializeMessage(message);
+    if (peer.deflater) {
+        Bytes compressed;
+        if (!peer.deflater->Compress(bytes, compressed)) {
+            Drop(peer, 500, "Compression failed");
+            return;
+        }
+        bytes = std::move(compressed);
+    }
+    transport_.Send(peer.id, std::move(bytes));
+}
+
+void Servent::SendRaw(Peer& peer, std::string_view text) {
+    transport_.Send(peer.id, Bytes(text.begin(), text.end()));
+}
+
+void Servent::SendQrp(Peer& peer) {
+    QueryRouteTable table;
+    for (const auto& file : index_.All()) {
+        for (const auto& word : TableKeywords(file.name))
+            table.Add(word);
+        if (!file.sha1.empty())
+            table.Add(ToLowerAscii("urn:sha1:" + file.sha1));
+    }
+    peer.qrp_revision_sent = index_.Revision();
+    peer.qrp_sent_at = clock_();
+    for (auto& payload : BuildQrpUpdate(table)) {
+        Message m = MakeMessage(Guid::Random(rng_), PayloadType::RouteTable, 1, payload);
+        SendMessage(peer, m);
+    }
+}
+
+void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
+    if (peer.closing)
+        return;
+    if (code != 0 && peer.state == Peer::State::Open)
+        SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::Bye, 1,
+                                      SerializeBye({code, std::string(reason)})));
+    peer.closing = true;
+    transport_.Close(peer.id);
+    doomed_.push_back(peer.id);
+}
+
+void Servent::Reap() {
+    // An observer that calls back into us must not pull peers out from under the caller.
+    if (notifying_ > 0)
+        return;
+    while (!doomed_.empty()) {
+        PeerId id = doomed_.back();
+        doomed_.pop_back();
+        if (peers_.erase(id) == 0)
+            continue;
+        ping_routes_.ForgetPeer(id);
+        query_routes_.ForgetPeer(id);
+        push_routes_.ForgetPeer(id);
+        if (observer_)
+            Notify([&] { observer_->OnPeerClosed(id); });
+    }
+}
+
+template <typename F> void Servent::Notify(F&& call) {
+    ++notifying_;
+    call();
+    --notifying_;
+}
+
+int Servent::CountPeers(PeerKind kind) const {
+    int n = 0;
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing && peer->kind == kind)
+            ++n;
+    return n;
+}
+
+int Servent::CountPendingUltrapeers() const {
+    int n = static_cast<int>(dialing_.size());
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing && peer->outgoing && peer->state != Peer::State::Open)
+            ++n;
+    return n;
+}
+
+void Servent::Dial(const Endpoint& host) {
+    if (!dialing_.insert(host).second)
+        return;
+    transport_.Dial(host);
+}
+
+void Servent::ConnectTo(const Endpoint& host) {
+    Dial(host);
+}
+
+void Servent::Tick() {
+    auto now = clock_();
+    for (auto& [id, peer] : peers_) {
+        if (peer->closing)
+            continue;
+        if (peer->state != Peer::State::Open && now - peer->since > config_.handshake_timeout) {
+            Drop(*peer, 0, "Handshake timeout");
+            continue;
+        }
+        if (peer->state == Peer::State::Open && !ultrapeer_ && peer->kind == PeerKind::Ultrapeer &&
+            peer->supports_qrp && peer->qrp_revision_sent != index_.Revision() &&
+            (!peer->qrp_sent_at || now - *peer->qrp_sent_at >= config_.qrp_resend_interval))
+            SendQrp(*peer);
+    }
+    if (!last_ping_ || now - *last_ping_ >= config_.ping_interval) {
+        last_ping_ = now;
+        auto guid = Guid::Random(rng_);
+        ping_routes_.Insert(guid, kLocalPeer, now);
+        for (auto& [id, peer] : peers_)
+            if (!peer->closing && peer->state == Peer::State::Open &&
+                peer->kind == PeerKind::Ultrapeer)
+                SendMessage(*peer, MakeMessage(guid, PayloadType::Ping, 2, {}));
+    }
+    int wanted = ultrapeer_ ? config_.network.ultrapeer_min_count : config_.network.peer_max_count;
+    int have = CountPeers(PeerKind::Ultrapeer) + CountPendingUltrapeers();
+    for (int dials = 0; have < wanted && dials < config_.dials_per_tick; ++dials) {
+        auto host = hosts_.NextToDial(now);
+        if (!host)
+            break;
+        bool known = *host == config_.listen || dialing_.count(*host);
+        for (const auto& [id, peer] : peers_)
+            known = known || peer->remote == *host || peer->listen == *host;
+        if (known)
+            continue;
+        Dial(*host);
+        ++have;
+    }
+    Reap();
+}
+
+void Servent::Shutdown() {
+    for (auto& [id, peer] : peers_)
+        Drop(*peer, 200, "Shutting down");
+    Reap();
+}
+
+Guid Servent::StartSearch(std::string text, std::vector<std::string> sha1s) {
+    Guid guid = Guid::Random(rng_);
+    query_routes_.Insert(guid, kLocalPeer, clock_());
+    Query query;
+    query.flags = kQueryFlagsPresent | kQueryGgepH;
+    if (config_.firewalled)
+        query.flags |= kQueryFirewalled;
+    query.text = text.empty() && !sha1s.empty() ? "\\" : std::move(text);
+    query.sha1s = std::move(sha1s);
+    auto payload = SerializeQuery(query);
+    for (auto& [id, peer] : peers_) {
+        if (peer->closing || peer->state != Peer::State::Open)
+            continue;
+        if (peer->kind == PeerKind::Ultrapeer) {
+            auto ttl = static_cast<std::uint8_t>(std::min(config_.query_ttl, peer->max_ttl));
+            SendMessage(*peer, MakeMessage(guid, PayloadType::Query, ttl, payload));
+        } else if (peer->kind == PeerKind::Leaf && peer->qrp && peer->qrp->table() &&
+                   peer->qrp->table()->MatchesQuery(query.text, query.sha1s)) {
+            SendMessage(*peer, MakeMessage(guid, PayloadType::Query, 1, payload));
+        }
+    }
+    Reap();
+    return guid;
+}
+
+bool Servent::SendPush(const Guid& servent, std::uint32_t file_index) {
+    auto route = push_routes_.Find(servent, clock_());
+    if (!route)
+        return false;
+    auto* peer = Find(*route);
+    if (!peer)
+        return false;
+    Push push{servent, file_index, config_.listen.ip, config_.listen.port};
+    SendMessage(*peer, MakeMessage(Guid::Random(rng_), PayloadType::Push, 7, SerializePush(push)));
+    Reap();
+    return true;
+}
+
+PeerInfo Servent::Describe(const Peer& peer) const {
+    PeerInfo info;
+    info.id = peer.id;
+    info.remote = peer.remote;
+    info.listen = peer.listen;
+    info.outgoing = peer.outgoing;
+    info.kind = peer.state == Peer::State::Open ? peer.kind : PeerKind::Handshaking;
+    info.user_agent = peer.user_agent;
+    info.qrp_table_complete = peer.qrp && peer.qrp->table().has_value();
+    info.queries_received = peer.queries_received;
+    info.queries_sent = peer.queries_sent;
+    info.compressed_in = peer.inflater != nullptr;
+    info.compressed_out = peer.deflater != nullptr;
+    return info;
+}
+
+std::vector<PeerInfo> Servent::Peers() const {
+    std::vector<PeerInfo> out;
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing)
+            out.push_back(Describe(*peer));
+    return out;
+}
+
+} // namespace corvid::gnutella

@@ -1,0 +1,196 @@
+// The servent's whole protocol brain, free of I/O: connections come in as ids and bytes, and
+// everything it wants done (send these bytes, close that link, dial that host) goes out through
+// ServentTransport. Time comes from the clock it is given.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/core/descriptor.h"
+#include "engine/core/handshake.h"
+#include "engine/core/host_cache.h"
+#include "engine/core/network_settings.h"
+#include "engine/core/qrp.h"
+#include "engine/core/route_table.h"
+#include "engine/core/shared_file_index.h"
+#include "engine/core/zstream.h"
+
+namespace corvid::gnutella {
+
+struct ServentConfig {
+    NetworkSettings network;
+    std::string user_agent = "Corvid/0.1";
+    Endpoint listen; // the address we advertise; an ip of 0 is learnt from peers' Remote-IP
+    bool firewalled = false;
+    bool advertise_browse_host = false;
+    // Test networks live on loopback: let private addresses into the host and pong caches.
+    bool allow_private_addresses = false;
+    bool compress_links = true;
+    std::uint8_t query_ttl = 3;
+    std::uint8_t max_ttl = 4; // what we accept from others (X-Max-TTL)
+    std::size_t max_results_per_query = 64;
+    std::uint32_t speed_kbps = 1000;
+    int ping_burst = 10;
+    std::chrono::milliseconds ping_refill{1000};
+    std::chrono::seconds handshake_timeout{15};
+    std::chrono::seconds ping_interval{30};
+    std::chrono::seconds qrp_resend_interval{60};
+    std::chrono::minutes refused_host_rest{10};
+    std::chrono::minutes route_lifetime{5};
+    std::size_t route_table_entries = 100000;
+    std::size_t pong_cache_size = 32;
+    int dials_per_tick = 4;
+};
+
+class ServentTransport {
+public:
+    virtual ~ServentTransport() = default;
+    virtual void Send(PeerId peer, Bytes bytes) = 0;
+    // Close once everything sent so far has gone out. The servent has already forgotten the peer.
+    virtual void Close(PeerId peer) = 0;
+    // Open a connection; answer with Servent::Connected or Servent::DialFailed.
+    virtual void Dial(const Endpoint& host) = 0;
+};
+
+enum class PeerKind { Handshaking, Ultrapeer, Leaf };
+
+struct PeerInfo {
+    PeerId id = 0;
+    Endpoint remote;
+    Endpoint listen; // the peer's own listening address when it told us
+    bool outgoing = false;
+    PeerKind kind = PeerKind::Handshaking;
+    std::string user_agent;
+    bool qrp_table_complete = false; // a leaf's table has fully arrived
+    std::uint64_t queries_received = 0;
+    std::uint64_t queries_sent = 0;
+    bool compressed_in = false;
+    bool compressed_out = false;
+};
+
+struct ServentStats {
+    std::atomic<std::uint64_t> queries_handled{0};   // unique queries taken in from peers
+    std::atomic<std::uint64_t> queries_forwarded{0}; // copies sent on to other peers
+    std::atomic<std::uint64_t> queries_blocked_by_qrp{0};
+    std::atomic<std::uint64_t> duplicates_dropped{0};
+    std::atomic<std::uint64_t> hits_routed{0};
+    std::atomic<std::uint64_t> hits_dropped_unroutable{0};
+    std::atomic<std::uint64_t> peers_dropped_for_abuse{0};
+};
+
+class ServentObserver {
+public:
+    virtual ~ServentObserver() = default;
+    virtual void OnSearchHit(const Guid& /*search*/, const QueryHit& /*hit*/) {}
+    virtual void OnPushRequest(const Push& /*push*/) {}
+    virtual void OnPeerOpened(const PeerInfo& /*peer*/) {}
+    virtual void OnPeerClosed(PeerId /*peer*/) {}
+    virtual void OnQrpTableComplete(PeerId /*peer*/) {}
+};
+
+class Servent {
+public:
+    Servent(ServentConfig config, const SharedFileIndex& index, ServentTransport& transport,
+            std::function<Clock::time_point()> clock, std::uint64_t seed);
+    ~Servent();
+    Servent(const Servent&) = delete;
+    Servent& operator=(const Servent&) = delete;
+
+    void SetObserver(ServentObserver* observer) { observer_ = observer; }
+
+    // The transport names each connection with an id of its own choosing (never kLocalPeer,
+    // never reused while the servent knows it).
+    // A connection someone made to us whose first bytes said "GNUTELLA".
+    void Accepted(PeerId id, const Endpoint& remote);
+    // A connection we dialled is up; we speak first.
+    void Connected(PeerId id, const Endpoint& remote);
+    void DialFailed(const Endpoint& remote);
+    void Received(PeerId peer, ByteView bytes);
+    // The link broke or the peer hung up.
+    void Lost(PeerId peer);
+    // Upkeep: handshake timeouts, dialling, pings, routing-table updates. Call about once a second.
+    void Tick();
+    // Sends a Bye to every open link and closes all of them.
+    void Shutdown();
+
+    // Dial this host now, whatever the connection counts say (a user's "connect to" request).
+    void ConnectTo(const Endpoint& host);
+    Guid StartSearch(std::string text, std::vector<std::string> sha1s = {});
+    // Sends a Push towards the servent that offered a file, by its servent GUID.
+    bool SendPush(const Guid& servent, std::uint32_t file_index);
+
+    bool IsUltrapeer() const { return ultrapeer_; }
+    const Guid& servent_guid() const { return servent_guid_; }
+    Endpoint listen() const { return config_.listen; }
+    void SetListen(const Endpoint& listen) { config_.listen = listen; }
+    std::vector<PeerInfo> Peers() const;
+    HostCache& hosts() { return hosts_; }
+    const ServentStats& stats() const { return stats_; }
+
+private:
+    struct Peer;
+
+    Peer& NewPeer(PeerId id, const Endpoint& remote, bool outgoing);
+    void Consume(Peer& peer, ByteView bytes);
+    void ReceiveHandshake(Peer& peer, ByteView bytes);
+    void OnConnectBlock(Peer& peer, const HeaderBlock& block);
+    void OnResponseBlock(Peer& peer, const HeaderBlock& block);
+    void OnFinalBlock(Peer& peer, const HeaderBlock& block);
+    void Open(Peer& peer);
+    void ReceiveBinary(Peer& peer, ByteView bytes);
+    void Dispatch(Peer& peer, Message&& message);
+    void OnPing(Peer& peer, Message& message);
+    void OnPong(Peer& peer, Message& message);
+    void OnQuery(Peer& peer, Message& message);
+    void OnQueryHit(Peer& peer, Message& message);
+    void OnPush(Peer& peer, Message& message);
+    void OnRouteTable(Peer& peer, Message& message);
+
+    void AnswerQuery(Peer& peer, const Message& message, const Query& query);
+    void RouteQuery(const Message& message, const Query& query, PeerId from);
+    void SendMessage(Peer& peer, const Message& message);
+    void SendRaw(Peer& peer, std::string_view text);
+    void SendQrp(Peer& peer);
+    void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
+    void Reap();
+    template <typename F> void Notify(F&& call);
+    void Dial(const Endpoint& host);
+    void LearnAddress(const HeaderBlock& block);
+
+    std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;
+    std::vector<Endpoint> TryHosts() const;
+    PeerInfo Describe(const Peer& peer) const;
+    Pong OwnPong() const;
+    int CountPeers(PeerKind kind) const;
+    int CountPendingUltrapeers() const;
+    Peer* Find(PeerId id);
+
+    ServentConfig config_;
+    const SharedFileIndex& index_;
+    ServentTransport& transport_;
+    std::function<Clock::time_point()> clock_;
+    ServentObserver* observer_ = nullptr;
+    std::mt19937_64 rng_;
+    Guid servent_guid_;
+    bool ultrapeer_;
+    std::map<PeerId, std::unique_ptr<Peer>> peers_;
+    std::vector<PeerId> doomed_;
+    std::set<Endpoint> dialing_;
+    RouteTable ping_routes_;
+    RouteTable query_routes_;
+    RouteTable push_routes_;
+    HostCache hosts_;
+    std::deque<Pong> pong_cache_;
+    std::optional<Clock::time_point> last_ping_;
+    ServentStats stats_;
+    int notifying_ = 0;
+};
+
+} // namespace corvid::gnutella

@@ -1,0 +1,30 @@
+// Command line of corvid-node: run a servent, or connect, search and print the hits.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/core/network_settings.h"
+#include "engine/core/wire.h"
+
+namespace corvid::node_tool {
+
+struct Arguments {
+    bool search = false;
+    gnutella::Endpoint listen{0x7F000001, 0};
+    std::optional<gnutella::NodeMode> mode;
+    std::vector<gnutella::Endpoint> connect;
+    std::string share_list;
+    std::string network_ini;
+    std::string host_cache;
+    std::vector<std::string> keywords;
+    std::vector<std::string> sha1s;
+    int timeout_seconds = 5;
+};
+
+// Nothing, with *error set, when the command line does not make sense.
+std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, std::string* error);
+extern const char* const kUsage;
+
+} // namespace corvid::node_tool

@@ -1,0 +1,154 @@
+// corvid-node: the engine as a headless servent for local test networks, demos and benchmarks.
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "engine/core/node.h"
+#include "tools/corvid_node/arguments.h"
+
+namespace {
+
+using namespace corvid::gnutella;
+using corvid::node_tool::Arguments;
+
+std::optional<std::string> ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return std::nullopt;
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+const char* KindName(PeerKind kind) {
+    switch (kind) {
+    case PeerKind::Ultrapeer:
+        return "ultrapeer";
+    case PeerKind::Leaf:
+        return "leaf";
+    default:
+        return "handshaking";
+    }
+}
+
+class Printer : public ServentObserver {
+public:
+    void OnPeerOpened(const PeerInfo& peer) override {
+        std::cout << "connected " << peer.id << " " << peer.remote.ToString() << " "
+                  << KindName(peer.kind) << " " << peer.user_agent << std::endl;
+        if (on_open)
+            on_open();
+    }
+    void OnPeerClosed(PeerId peer) override { std::cout << "disconnected " << peer << std::endl; }
+    void OnSearchHit(const Guid&, const QueryHit& hit) override {
+        for (const auto& r : hit.results)
+            std::cout << "hit\t" << FormatIp(hit.ip) << "\t" << hit.port << "\t" << r.index << "\t"
+                      << r.size << "\t" << r.name << "\t" << (r.sha1.empty() ? "-" : r.sha1)
+                      << std::endl;
+    }
+    void OnPushRequest(const Push& push) override {
+        std::cout << "push " << push.file_index << " to " << Endpoint{push.ip, push.port}.ToString()
+                  << std::endl;
+    }
+
+    std::function<void()> on_open;
+};
+
+int Run(const Arguments& args) {
+    NodeOptions options;
+    if (!args.network_ini.empty()) {
+        auto text = ReadFile(args.network_ini);
+        if (!text) {
+            std::cerr << "corvid-node: cannot read " << args.network_ini << "\n";
+            return 2;
+        }
+        options.servent.network = ParseNetworkIni(*text);
+    }
+    if (args.mode)
+        options.servent.network.node_mode = *args.mode;
+    if (args.search)
+        options.servent.network.node_mode = NodeMode::LeafPeer;
+    options.bind_address = asio::ip::address_v4(args.listen.ip);
+    options.port = args.listen.port;
+    options.host_cache_file = args.host_cache;
+    options.servent.allow_private_addresses = !args.listen.IsRoutable();
+
+    InMemoryFileIndex index;
+    if (!args.share_list.empty()) {
+        auto text = ReadFile(args.share_list);
+        if (!text) {
+            std::cerr << "corvid-node: cannot read " << args.share_list << "\n";
+            return 2;
+        }
+        std::cout << "sharing " << LoadShareList(*text, index) << " files" << std::endl;
+    }
+
+    asio::io_context io;
+    std::random_device random;
+    Node node(io, options, index, (std::uint64_t{random()} << 32) | random());
+    if (auto ec = node.Start()) {
+        std::cerr << "corvid-node: cannot listen on " << args.listen.ToString() << ": "
+                  << ec.message() << "\n";
+        return 2;
+    }
+    Printer printer;
+    node.servent().SetObserver(&printer);
+    std::cout << "listening " << node.endpoint().ToString() << " "
+              << (node.servent().IsUltrapeer() ? "ultrapeer" : "leaf") << std::endl;
+    for (const auto& host : args.connect)
+        node.servent().ConnectTo(host);
+
+    asio::signal_set signals(io, SIGINT, SIGTERM);
+    signals.async_wait([&](const asio::error_code& ec, int) {
+        if (!ec) {
+            node.Stop();
+            io.stop();
+        }
+    });
+
+    asio::steady_timer deadline(io);
+    bool searched = false;
+    std::string text;
+    for (const auto& word : args.keywords)
+        text += (text.empty() ? "" : " ") + word;
+    if (args.search) {
+        printer.on_open = [&] {
+            if (searched)
+                return;
+            searched = true;
+            node.servent().StartSearch(text, args.sha1s);
+            deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+            deadline.async_wait([&](const asio::error_code& ec) {
+                if (!ec) {
+                    node.Stop();
+                    io.stop();
+                }
+            });
+        };
+        // Give up when no ultrapeer answers at all.
+        deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+        deadline.async_wait([&](const asio::error_code& ec) {
+            if (!ec && !searched) {
+                std::cerr << "corvid-node: no ultrapeer accepted the connection\n";
+                node.Stop();
+                io.stop();
+            }
+        });
+    }
+    io.run();
+    return args.search && !searched ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    std::string error;
+    auto parsed = corvid::node_tool::ParseArguments(args, &error);
+    if (!parsed) {
+        std::cerr << "corvid-node: " << error << "\n" << corvid::node_tool::kUsage;
+        return 2;
+    }
+    return Run(*parsed);
+}
