@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <limits>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 // The plug-in reads sizes into signed 32-bit fields; larger values are written as the largest it
@@ -170,4 +170,4 @@ std::string NetworkInfoText(const NetworkSummary& summary) {
     return out;
 }
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

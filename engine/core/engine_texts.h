@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 
 // Angle brackets become '_' (Windows forbids them in file names anyway), control characters
 // blanks, and bytes that are not UTF-8 '?'.
@@ -76,4 +76,4 @@ struct NetworkSummary {
 
 std::string NetworkInfoText(const NetworkSummary& summary);
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

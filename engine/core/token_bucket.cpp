@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 // A fifth of a second's worth, so the limit holds over short spans too, and never less than
@@ -58,4 +58,4 @@ TokenBucket::Clock::duration TokenBucket::Delay(std::uint64_t wanted, Clock::tim
     return std::chrono::ceil<Clock::duration>(seconds);
 }
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 
 // The total upload speed limit: every upload takes its bytes from one bucket that fills at the
 // limit's rate. The time comes from the caller, so the bucket never reads a clock itself.
@@ -32,4 +32,4 @@ private:
     Clock::time_point last_{};
 };
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 constexpr std::size_t kMaxHeaders = 64;
@@ -488,4 +488,4 @@ UploadReply DecideUpload(const HttpRequest& request, const library::FileIndex& i
     return reply;
 }
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

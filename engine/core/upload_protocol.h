@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 
 struct HttpRequest {
     std::string method;
@@ -118,4 +118,4 @@ UploadReply BusyReply(const UploadSettings& settings);
 // A refusal without a body: 400, 404, 406...
 UploadReply RefusalReply(int status, bool keepAlive, const UploadSettings& settings);
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

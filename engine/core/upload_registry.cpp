@@ -2,7 +2,7 @@
 
 #include <limits>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 // The speed shown is measured over spans of this length, so it follows changes of pace.
@@ -120,4 +120,4 @@ std::size_t UploadRegistry::Count() const {
     return running_.size();
 }
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

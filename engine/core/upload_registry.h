@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 
 // One running upload as the upload list shows it.
 struct UploadInfo {
@@ -72,4 +72,4 @@ private:
     std::map<std::int32_t, Running> running_;
 };
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

@@ -5,7 +5,7 @@
 #include <array>
 #include <fstream>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 constexpr std::size_t kMaxSessions = 64;
@@ -309,4 +309,4 @@ void UploadServer::Close() {
     state_->sessions.clear();
 }
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

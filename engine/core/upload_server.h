@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 
 // Serves the files of the index over HTTP: N2R and /get/ requests with ranges and keep-alive,
 // the browse-host listing, upload slots and the total speed limit. Runs on the io_context it is
@@ -54,4 +54,4 @@ private:
 // zlib's deflate of a whole buffer, the way Gnutella links compress.
 std::string Deflate(std::string_view bytes);
 
-} // namespace corvid::engine
+} // namespace corvid::gnutella

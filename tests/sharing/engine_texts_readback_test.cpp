@@ -1,13 +1,14 @@
 // The engine's texts read back by the plug-in's own tag scanner and result reader: whatever the
 // engine writes must come back as the same records, peer-supplied oddities included.
 #include "engine/core/engine_texts.h"
+#include "plugin_readers.h"
 #include "search/result_store.h"
 #include "search/search_result_reader.h"
 #include "search/tag_scanner.h"
 
 #include <gtest/gtest.h>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 TEST(EngineTextsReadBack, SearchResultsComeBackAsTheSameRecords) {
@@ -70,39 +71,13 @@ TEST(EngineTextsReadBack, APeerCannotAddFilesOrChangeFieldsThroughItsStrings) {
     EXPECT_EQ(read[0].source.name, CleanText(evil));
 }
 
-// The hosts view's reading: each Host element, its children in their fixed order.
-struct ReadHost {
-    std::string id, node, agent, handshake, type, in, out, update, version;
-};
-
-std::vector<ReadHost> ReadHosts(std::string_view text) {
-    std::vector<ReadHost> hosts;
-    std::string_view body;
-    while (const std::size_t used = ReadElement(text, "<Host", body)) {
-        text.remove_prefix(used);
-        ReadHost host;
-        std::string_view cursor = body;
-        std::string* fields[] = {&host.id, &host.node, &host.agent,  &host.handshake, &host.type,
-                                 &host.in, &host.out,  &host.update, &host.version};
-        const char* tags[] = {"<ID",  "<Node",       "<UserAgent", "<HandshakeTime", "<Type", "<In",
-                              "<Out", "<UpdateTime", "<Ver"};
-        for (std::size_t i = 0; i < 9; ++i) {
-            std::string_view value;
-            cursor.remove_prefix(ReadElement(cursor, tags[i], value));
-            fields[i]->assign(value);
-        }
-        hosts.push_back(host);
-    }
-    return hosts;
-}
-
 TEST(EngineTextsReadBack, HostInfoComesBackFieldByField) {
     const HostRecord records[] = {
         {"1", "127.0.0.1:6346", "Corvid/0.1", 0xFFFFF000u, "Ultrapeer", "1024", "2048", 5000,
          "0.6"},
         {"2", "127.0.0.2:6347", "Other <Host>", 10, "Leaf", "0", "0", 20, ""},
     };
-    const auto hosts = ReadHosts(HostInfoText(records));
+    const auto hosts = testing::ReadHosts(HostInfoText(records));
     ASSERT_EQ(hosts.size(), 2u);
     EXPECT_EQ(hosts[0].id, "1");
     EXPECT_EQ(hosts[0].node, "127.0.0.1:6346");
@@ -132,33 +107,7 @@ TEST(EngineTextsReadBack, UploadInfoComesBackFieldByField) {
     const std::string written = UploadInfoText(uploads);
     std::string_view text = written;
 
-    std::vector<UploadInfo> read;
-    std::string_view body;
-    while (const std::size_t used = ReadElement(text, "<UploadInfo", body)) {
-        std::string_view openTag;
-        std::string_view id;
-        ReadOpenTag(text, "<UploadInfo", openTag);
-        ReadAttribute(openTag, "id", id);
-        UploadInfo info;
-        info.id = ParseDecimal(id);
-        std::string_view value;
-        body.remove_prefix(ReadElement(body, "<Progress", value));
-        info.progress = ParseDecimal(value);
-        body.remove_prefix(ReadElement(body, "<Speed", value));
-        info.speed = ParseDecimal(value);
-        body.remove_prefix(ReadElement(body, "<Description", value));
-        info.description = value;
-        body.remove_prefix(ReadElement(body, "<FileName", value));
-        info.fileName = value;
-        body.remove_prefix(ReadElement(body, "<FileSize>", value));
-        info.fileSize = static_cast<std::uint64_t>(ParseDecimal(value));
-        body.remove_prefix(ReadElement(body, "<IP", value));
-        info.ip = value;
-        body.remove_prefix(ReadElement(body, "<port", value));
-        info.port = ParseDecimal(value);
-        read.push_back(info);
-        text.remove_prefix(used);
-    }
+    const auto read = testing::ReadUploads(text);
     ASSERT_EQ(read.size(), 2u);
     EXPECT_EQ(read[0].id, 42);
     EXPECT_EQ(read[0].progress, 37);
@@ -173,4 +122,4 @@ TEST(EngineTextsReadBack, UploadInfoComesBackFieldByField) {
 }
 
 } // namespace
-} // namespace corvid::engine
+} // namespace corvid::gnutella

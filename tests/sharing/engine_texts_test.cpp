@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 std::size_t Count(std::string_view text, std::string_view part) {
@@ -93,4 +93,4 @@ TEST(EngineTexts, NetworkSummaryIsOneInfoElement) {
 }
 
 } // namespace
-} // namespace corvid::engine
+} // namespace corvid::gnutella

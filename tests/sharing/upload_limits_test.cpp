@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 using namespace std::chrono_literals;
@@ -121,4 +121,4 @@ TEST(UploadRegistry, ListsProgressAndSpeedOfEachUpload) {
 }
 
 } // namespace
-} // namespace corvid::engine
+} // namespace corvid::gnutella

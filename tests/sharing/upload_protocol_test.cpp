@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 using library::Sha1Of;
@@ -271,4 +271,4 @@ TEST(Endpoints, OnlyDottedIpv4AddressesWithValidPorts) {
 }
 
 } // namespace
-} // namespace corvid::engine
+} // namespace corvid::gnutella

@@ -9,7 +9,7 @@
 #include <future>
 #include <thread>
 
-namespace corvid::engine {
+namespace corvid::gnutella {
 namespace {
 
 using library::Sha1Of;
@@ -203,4 +203,4 @@ TEST_F(UploadServerTest, AConnectionHandedOverWithItsFirstBytesIsServed) {
 }
 
 } // namespace
-} // namespace corvid::engine
+} // namespace corvid::gnutella
