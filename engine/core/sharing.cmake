@@ -11,7 +11,8 @@ add_library(corvid_sharing STATIC
     ${CMAKE_CURRENT_LIST_DIR}/engine_texts.cpp
     ${CMAKE_CURRENT_LIST_DIR}/library_share_index.cpp
     ${CMAKE_CURRENT_LIST_DIR}/browse_host.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/engine_text_sources.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/engine_text_sources.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/push_giv.cpp)
 target_include_directories(corvid_sharing PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_definitions(corvid_sharing PUBLIC ASIO_STANDALONE ASIO_NO_DEPRECATED
                                                  ASIO_DISABLE_STD_ALIGNED_ALLOC)

@@ -6,6 +6,7 @@
 #include "engine/core/engine_text_sources.h"
 #include "engine/core/library_share_index.h"
 #include "engine/core/node.h"
+#include "engine/core/push_giv.h"
 #include "engine/core/upload_server.h"
 #include "http_client.h"
 #include "library/sha1.h"
@@ -50,6 +51,13 @@ public:
     std::vector<QueryHit> hits;
     std::size_t wanted = 0;
     bool done = false;
+};
+
+// A answers the pushes addressed to it.
+class PushAnswerer : public ServentObserver {
+public:
+    std::function<void(const Push&)> onPush;
+    void OnPushRequest(const Push& push) override { onPush(push); }
 };
 
 class EndToEnd : public ::testing::Test {
@@ -106,6 +114,13 @@ protected:
             server_->Adopt(std::move(socket), std::string(first.begin(), first.end()));
         });
         b_->servent().SetObserver(&collector_);
+        answerer_.onPush = [this](const Push& push) {
+            AnswerPush(io_, push, a_->servent().servent_guid(), files_, *server_);
+        };
+        a_->servent().SetObserver(&answerer_);
+        b_->SetForeignConnectionHandler([this](asio::ip::tcp::socket socket, Bytes first) {
+            givs_.Offer(std::move(socket), std::string(first.begin(), first.end()));
+        });
         thread_ = std::thread([this] { io_.run(); });
         OnIo([this] { b_->servent().ConnectTo(a_->endpoint()); });
         ASSERT_EQ(collector_.opened.get_future().wait_for(kPatience), std::future_status::ready);
@@ -123,6 +138,8 @@ protected:
     std::unique_ptr<Node> b_;
     std::unique_ptr<UploadServer> server_;
     Collector collector_;
+    PushAnswerer answerer_;
+    GivWaiters givs_{io_};
     std::thread thread_;
     asio::io_context clientIo_;
 };
@@ -216,6 +233,42 @@ TEST_F(EndToEnd, SearchFetchAndBrowseBetweenTwoNodes) {
     EXPECT_EQ(hosts[0].type, "Ultrapeer");
     EXPECT_EQ(hosts[0].agent, hostRecords[0].userAgent);
     EXPECT_EQ(hosts[0].handshake, "1000");
+}
+
+TEST_F(EndToEnd, APushIsAnsweredWithAGivConnectionThatServesTheFile) {
+    StartNodes();
+    collector_.wanted = 1;
+    OnIo([this] { b_->servent().StartSearch("song"); });
+    ASSERT_EQ(collector_.found.get_future().wait_for(kPatience), std::future_status::ready);
+    QueryHit hit;
+    OnIo([&] { hit = collector_.hits.front(); });
+    const HitResult song = hit.results.at(0);
+
+    std::promise<std::pair<asio::ip::tcp::socket, std::string>> given;
+    OnIo([&] {
+        givs_.Expect(hit.servent, song.index, [&](asio::ip::tcp::socket socket, std::string rest) {
+            given.set_value({std::move(socket), std::move(rest)});
+        });
+        ASSERT_TRUE(b_->servent().SendPush(hit.servent, song.index));
+    });
+    auto connection = given.get_future();
+    ASSERT_EQ(connection.wait_for(kPatience), std::future_status::ready);
+    auto [socket, rest] = connection.get();
+    EXPECT_EQ(rest, "");
+    EXPECT_EQ(givs_.waiting(), 0u);
+
+    // The downloader now asks over the connection the GIV came in on.
+    const std::string request = "GET /get/" + std::to_string(song.index) +
+                                "/holiday%20song.mp3 HTTP/1.1\r\nConnection: close\r\n\r\n";
+    asio::write(socket, asio::buffer(request));
+    std::string answer;
+    asio::error_code error;
+    asio::read(socket, asio::dynamic_buffer(answer), error);
+    const std::size_t bodyAt = answer.find("\r\n\r\n");
+    ASSERT_NE(bodyAt, std::string::npos);
+    EXPECT_EQ(testing::HttpClient::Status(answer), 200);
+    EXPECT_EQ(ToBase32(Sha1Of(answer.substr(bodyAt + 4))), song.sha1);
+    OnIo([&] { socket.close(); });
 }
 
 TEST_F(EndToEnd, ARunningUploadIsListedAndCanBeStopped) {
