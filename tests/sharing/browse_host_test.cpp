@@ -113,11 +113,15 @@ TEST(BrowseHost, TheReaderRefusesWhatIsNotAHitStream) {
 
     // A message that claims more than the protocol allows ends the reading.
     Bytes huge = ToBytes("HTTP/1.1 200 OK\r\nContent-Type: application/x-gnutella-packets\r\n\r\n");
-    Bytes header(16, 0x11);
+    // A header whose payload length (little-endian, the last four bytes) claims 70000 bytes.
+    Bytes header(kHeaderSize, 0x11);
     const std::uint32_t length = 70000;
-    header.insert(header.end(), {0x81, 1, 0, static_cast<std::uint8_t>(length),
-                                 static_cast<std::uint8_t>(length >> 8),
-                                 static_cast<std::uint8_t>(length >> 16), 0});
+    header[16] = 0x81;
+    header[17] = 1;
+    header[18] = 0;
+    for (int i = 0; i < 4; ++i) {
+        header[19 + i] = static_cast<std::uint8_t>(length >> (8 * i));
+    }
     huge.insert(huge.end(), header.begin(), header.end());
     BrowseReader reader;
     EXPECT_FALSE(reader.Feed(huge));
