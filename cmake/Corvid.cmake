@@ -21,6 +21,12 @@ function(corvid_apply_global_flags)
     if(WIN32)
         # Windows 7 is the oldest system we build for; Unicode off: the plug-in speaks ANSI inside.
         add_compile_definitions(_WIN32_WINNT=0x0601 WINVER=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX)
+        # Linker warnings are errors too. On i686 the .def files name stdcall exports without
+        # their @N decoration on purpose, so the linker's fix-up of those names is expected.
+        add_link_options(-Wl,--fatal-warnings)
+        if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+            add_link_options(-Wl,--enable-stdcall-fixup)
+        endif()
     endif()
 endfunction()
 

@@ -23,11 +23,14 @@ static_assert(IdsAscending(), "strings.inc must list each id once, in ascending 
 
 } // namespace
 
-std::span<const BuiltinString> BuiltinStrings() { return kStrings; }
+std::span<const BuiltinString> BuiltinStrings() {
+    return kStrings;
+}
 
 std::string_view BuiltinText(std::uint32_t id) {
-    auto it = std::lower_bound(std::begin(kStrings), std::end(kStrings), id,
-                               [](const BuiltinString& s, std::uint32_t key) { return s.id < key; });
+    auto it =
+        std::lower_bound(std::begin(kStrings), std::end(kStrings), id,
+                         [](const BuiltinString& s, std::uint32_t key) { return s.id < key; });
     return it != std::end(kStrings) && it->id == id ? it->text : std::string_view{};
 }
 

@@ -1,5 +1,6 @@
 #include "search/result_store.h"
 
+#include <functional>
 #include <utility>
 
 namespace corvid {
@@ -26,12 +27,49 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
 ResultStore::ResultStore(int limit, MediaClassNames classNames)
     : limit_(limit), classNames_(std::move(classNames)) {}
 
+std::uint64_t ResultStore::HashOf(std::string_view sha1) {
+    return std::hash<std::string_view>{}(sha1);
+}
+
 ResultGroup* ResultStore::Find(std::string_view sha1) const {
-    if (sha1.empty()) {
+    return sha1.empty() ? nullptr : Find(sha1, HashOf(sha1));
+}
+
+ResultGroup* ResultStore::Find(std::string_view sha1, std::uint64_t hash) const {
+    if (index_.empty()) {
         return nullptr;
     }
-    const auto it = bySha1_.find(sha1);
-    return it == bySha1_.end() ? nullptr : it->second;
+    const std::size_t mask = index_.size() - 1;
+    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
+        const IndexSlot& slot = index_[at];
+        if (slot.group == nullptr) {
+            return nullptr;
+        }
+        if (slot.hash == hash && slot.group->sha1 == sha1) {
+            return slot.group;
+        }
+    }
+}
+
+void ResultStore::AddToIndex(ResultGroup* group, std::uint64_t hash) {
+    // Kept at most half full, so probes stay short and a free slot always ends them.
+    if ((indexed_ + 1) * 2 > index_.size()) {
+        std::vector<IndexSlot> old = std::move(index_);
+        index_.assign(old.empty() ? 1024 : old.size() * 2, IndexSlot{});
+        indexed_ = 0;
+        for (const IndexSlot& slot : old) {
+            if (slot.group != nullptr) {
+                AddToIndex(slot.group, slot.hash);
+            }
+        }
+    }
+    const std::size_t mask = index_.size() - 1;
+    std::size_t at = hash & mask;
+    while (index_[at].group != nullptr) {
+        at = (at + 1) & mask;
+    }
+    index_[at] = IndexSlot{hash, group};
+    ++indexed_;
 }
 
 std::vector<ResultGroup*> ResultStore::TakeNewGroups() {
@@ -46,7 +84,8 @@ void ResultStore::Clear() {
         const std::lock_guard lock(queueLock_);
         newGroups_.clear();
     }
-    bySha1_.clear();
+    index_.clear();
+    indexed_ = 0;
     groups_.clear();
     count_ = 0;
 }
@@ -65,7 +104,8 @@ bool AcceptResult(ResultStore& store, ParsedResult&& result) {
         }
     }
 
-    if (ResultGroup* known = store.Find(result.sha1)) {
+    const std::uint64_t hash = result.sha1.empty() ? 0 : ResultStore::HashOf(result.sha1);
+    if (ResultGroup* known = result.sha1.empty() ? nullptr : store.Find(result.sha1, hash)) {
         // A second host offering a known file is one more source, never a new file; the same
         // host answering again (on any port) adds nothing.
         for (const ResultSource& existing : known->sources) {
@@ -84,7 +124,7 @@ bool AcceptResult(ResultStore& store, ParsedResult&& result) {
     store.groups_.push_back(std::move(group));
     // Files without a SHA1 are never merged, so they stay out of the index.
     if (!added->sha1.empty()) {
-        store.bySha1_.emplace(added->sha1, added);
+        store.AddToIndex(added, hash);
     }
     {
         const std::lock_guard lock(store.queueLock_);

@@ -6,10 +6,11 @@
 #include "search/media_class.h"
 #include "search/result_records.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace corvid {
@@ -44,9 +45,19 @@ public:
 private:
     friend bool AcceptResult(ResultStore& store, ParsedResult&& result);
 
+    // The SHA1 index: open addressing over one array, since a search fills it with tens of
+    // thousands of keys and every result looks one up. A slot without a group is free.
+    struct IndexSlot {
+        std::uint64_t hash = 0;
+        ResultGroup* group = nullptr;
+    };
+    static std::uint64_t HashOf(std::string_view sha1);
+    ResultGroup* Find(std::string_view sha1, std::uint64_t hash) const;
+    void AddToIndex(ResultGroup* group, std::uint64_t hash);
+
     std::vector<std::unique_ptr<ResultGroup>> groups_;
-    // Keys view the sha1 of their own group, which never changes once the group exists.
-    std::unordered_map<std::string_view, ResultGroup*> bySha1_;
+    std::vector<IndexSlot> index_;
+    std::size_t indexed_ = 0;
     std::mutex queueLock_;
     std::vector<ResultGroup*> newGroups_;
     int count_ = 0;

@@ -28,9 +28,8 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
         text = text.substr(0, static_cast<const char*>(nul) - text.data());
     }
 
-    std::string_view version;
-    ReadAttribute(text, "version", version); // read and kept by the engine's format, not used
-
+    // The document's version attribute and the flags' size attribute carry nothing the lists
+    // use, so they are not looked for.
     std::string_view body;
     ReadElement(text, "<searchresult", body);
     std::string_view cursor = body;
@@ -42,17 +41,15 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
     const std::string_view speed = NextElement(cursor, "<speed");
     const std::string_view vendorCode = NextElement(cursor, "<vendorCode");
 
-    // Only bit 0 of the flags is used: set, the host is firewalled and must be pushed to.
+    // The flags are looked for from the start of the whole text. Only bit 0 is used: set, the
+    // host is firewalled and can only be reached by a push.
     std::int32_t browsable = 1;
     std::int32_t push = 0;
-    std::string_view openData;
-    if (ReadOpenTag(text, "<opendata", openData)) {
-        std::string_view flagsText;
-        ReadElement(text, "<opendata", flagsText);
-        if (ParseHex(flagsText) & 1u) {
-            browsable = 0;
-            push = 1;
-        }
+    std::string_view flagsText;
+    ReadElement(text, "<opendata", flagsText);
+    if (ParseHex(flagsText) & 1u) {
+        browsable = 0;
+        push = 1;
     }
 
     std::string_view resultSet;
@@ -63,13 +60,12 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
     std::string_view files = resultSet;
     for (;;) {
         std::string_view file;
-        const std::size_t consumed = ReadElement(files, "<FileInfo", file);
+        std::string_view openTag;
+        const std::size_t consumed = ReadElement(files, "<FileInfo", file, openTag);
         if (consumed == 0) {
             break;
         }
-        std::string_view openTag;
         std::string_view id;
-        ReadOpenTag(files, "<fileinfo", openTag);
         ReadAttribute(openTag, "id", id);
         files.remove_prefix(consumed);
 

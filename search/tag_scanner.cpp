@@ -138,16 +138,21 @@ std::size_t FindText(std::string_view text, std::string_view pattern) {
 }
 
 std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out, int n) {
+    std::string_view openTag;
+    return ReadElement(text, tag, out, openTag, n);
+}
+
+std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out,
+                        std::string_view& openTag, int n) {
     out = {};
+    openTag = {};
     if (tag.size() < 2 || tag[0] != '<') {
         return 0;
     }
-    const std::size_t start = FindNth(text, tag, n);
-    if (start == kNotFound) {
-        return 0;
-    }
-    const std::size_t close = text.find('>', start);
-    if (close == std::string_view::npos) {
+    // The tag starts with '<', so its '>' is never at 0 and 0 means not found.
+    std::string_view open;
+    const std::size_t close = ReadOpenTag(text, tag, open, n);
+    if (close == 0) {
         return 0;
     }
     // The closing tag is the tag with '/' behind its '<': "</name" or "</name>". Patterns are
@@ -166,6 +171,7 @@ std::size_t ReadElement(std::string_view text, std::string_view tag, std::string
         return 0;
     }
     out = text.substr(bodyStart, end);
+    openTag = open;
     return bodyStart + end + closing.size();
 }
 

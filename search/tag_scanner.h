@@ -26,6 +26,12 @@ std::size_t FindText(std::string_view text, std::string_view pattern);
 std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out,
                         int n = 1);
 
+// The same, also setting openTag to what ReadOpenTag(text, tag, openTag, n) would give, so the
+// reader of an element and its attributes scans the tag once. openTag is empty when 0 is
+// returned.
+std::size_t ReadElement(std::string_view text, std::string_view tag, std::string_view& out,
+                        std::string_view& openTag, int n = 1);
+
 // Finds the n-th occurrence of tag and sets out to it up to and including the next '>'. Returns
 // the distance from the start of text to that '>', or 0 (out empty) when either is missing.
 std::size_t ReadOpenTag(std::string_view text, std::string_view tag, std::string_view& out,

@@ -92,7 +92,9 @@ bool HeaderBlockReader::ParseLine(std::string_view line) {
         // A continuation line belongs to the header above it.
         if (block_.headers.empty())
             return false;
-        block_.headers.back().second += " " + std::string(TrimSpaces(line));
+        auto& value = block_.headers.back().second;
+        value.push_back(' ');
+        value.append(TrimSpaces(line));
         return true;
     }
     auto colon = line.find(':');

@@ -9,6 +9,7 @@ constexpr std::size_t kResultsPerHit = 100;
 constexpr std::size_t kHitPayloadBudget = 32768;
 constexpr std::size_t kPongsPerPing = 10;
 constexpr std::size_t kTryHosts = 10;
+constexpr std::size_t kOutboxFlushSize = 16384;
 } // namespace
 
 struct Servent::Peer {
@@ -33,6 +34,7 @@ struct Servent::Peer {
     std::uint8_t max_ttl = 7;
     std::unique_ptr<Inflater> inflater;
     std::unique_ptr<Deflater> deflater;
+    Bytes outbox; // messages waiting for the end of the current event
     DescriptorFramer framer;
     std::unique_ptr<QrpReceiver> qrp;
     std::uint64_t qrp_revision_sent = 0;
@@ -98,13 +100,13 @@ void Servent::Lost(PeerId id) {
         return;
     it->second->closing = true;
     doomed_.push_back(id);
-    Reap();
+    Settle();
 }
 
 void Servent::Received(PeerId id, ByteView bytes) {
     if (auto* peer = Find(id))
         Consume(*peer, bytes);
-    Reap();
+    Settle();
 }
 
 void Servent::Consume(Peer& peer, ByteView bytes) {
@@ -623,19 +625,36 @@ Pong Servent::OwnPong() const {
 void Servent::SendMessage(Peer& peer, const Message& message) {
     if (peer.closing)
         return;
-    Bytes bytes = SerializeMessage(message);
+    if (peer.outbox.empty())
+        dirty_.push_back(peer.id);
+    PutBytes(peer.outbox, SerializeMessage(message));
+    if (peer.outbox.size() >= kOutboxFlushSize)
+        FlushPeer(peer);
+}
+
+// Everything one event produced for a peer goes out as one write, and on a compressed link as
+// one deflate call ending in a sync flush.
+void Servent::FlushPeer(Peer& peer) {
+    if (peer.outbox.empty())
+        return;
+    Bytes bytes;
     if (peer.deflater) {
-        Bytes compressed;
-        if (!peer.deflater->Compress(bytes, compressed)) {
-            Drop(peer, 500, "Compression failed");
+        if (!peer.deflater->Compress(peer.outbox, bytes)) {
+            peer.outbox.clear();
+            peer.deflater.reset();
+            Drop(peer, 0, "Compression failed");
             return;
         }
-        bytes = std::move(compressed);
+        peer.outbox.clear();
+    } else {
+        bytes = std::move(peer.outbox);
+        peer.outbox = {};
     }
     transport_.Send(peer.id, std::move(bytes));
 }
 
 void Servent::SendRaw(Peer& peer, std::string_view text) {
+    FlushPeer(peer);
     transport_.Send(peer.id, Bytes(text.begin(), text.end()));
 }
 
@@ -661,15 +680,20 @@ void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
     if (code != 0 && peer.state == Peer::State::Open)
         SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::Bye, 1,
                                       SerializeBye({code, std::string(reason)})));
+    FlushPeer(peer);
     peer.closing = true;
     transport_.Close(peer.id);
     doomed_.push_back(peer.id);
 }
 
-void Servent::Reap() {
+void Servent::Settle() {
     // An observer that calls back into us must not pull peers out from under the caller.
     if (notifying_ > 0)
         return;
+    for (PeerId id : dirty_)
+        if (auto* peer = Find(id))
+            FlushPeer(*peer);
+    dirty_.clear();
     while (!doomed_.empty()) {
         PeerId id = doomed_.back();
         doomed_.pop_back();
@@ -752,13 +776,13 @@ void Servent::Tick() {
         Dial(*host);
         ++have;
     }
-    Reap();
+    Settle();
 }
 
 void Servent::Shutdown() {
     for (auto& [id, peer] : peers_)
         Drop(*peer, 200, "Shutting down");
-    Reap();
+    Settle();
 }
 
 Guid Servent::StartSearch(std::string text, std::vector<std::string> sha1s) {
@@ -782,7 +806,7 @@ Guid Servent::StartSearch(std::string text, std::vector<std::string> sha1s) {
             SendMessage(*peer, MakeMessage(guid, PayloadType::Query, 1, payload));
         }
     }
-    Reap();
+    Settle();
     return guid;
 }
 
@@ -795,7 +819,7 @@ bool Servent::SendPush(const Guid& servent, std::uint32_t file_index) {
         return false;
     Push push{servent, file_index, config_.listen.ip, config_.listen.port};
     SendMessage(*peer, MakeMessage(Guid::Random(rng_), PayloadType::Push, 7, SerializePush(push)));
-    Reap();
+    Settle();
     return true;
 }
 

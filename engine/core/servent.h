@@ -159,7 +159,9 @@ private:
     void SendRaw(Peer& peer, std::string_view text);
     void SendQrp(Peer& peer);
     void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
-    void Reap();
+    // Sends what this event produced and forgets the peers it closed; every public entry ends here.
+    void Settle();
+    void FlushPeer(Peer& peer);
     template <typename F> void Notify(F&& call);
     void Dial(const Endpoint& host);
     void LearnAddress(const HeaderBlock& block);
@@ -182,6 +184,7 @@ private:
     bool ultrapeer_;
     std::map<PeerId, std::unique_ptr<Peer>> peers_;
     std::vector<PeerId> doomed_;
+    std::vector<PeerId> dirty_;
     std::set<Endpoint> dialing_;
     RouteTable ping_routes_;
     RouteTable query_routes_;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <random>
 #include <span>
@@ -100,11 +101,16 @@ inline void PutU32Be(Bytes& out, std::uint32_t v) {
     for (int i = 3; i >= 0; --i)
         out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
 }
+// Grow, then copy: GCC's optimiser misreads vector::insert of a range here as out of bounds.
 inline void PutBytes(Bytes& out, ByteView v) {
-    out.insert(out.end(), v.begin(), v.end());
+    if (v.empty())
+        return;
+    std::size_t at = out.size();
+    out.resize(at + v.size());
+    std::memcpy(out.data() + at, v.data(), v.size());
 }
 inline void PutText(Bytes& out, std::string_view v) {
-    out.insert(out.end(), v.begin(), v.end());
+    PutBytes(out, {reinterpret_cast<const std::uint8_t*>(v.data()), v.size()});
 }
 
 inline std::string_view AsText(ByteView v) {

@@ -5,7 +5,8 @@
 namespace {
 
 TEST(BuiltinStrings, LooksUpTextsByIdWithTheirLineBreaks) {
-    EXPECT_EQ(corvid::BuiltinText(32949), "Corvid is currently offline, do you want to connect now?");
+    EXPECT_EQ(corvid::BuiltinText(32949),
+              "Corvid is currently offline, do you want to connect now?");
     EXPECT_EQ(corvid::BuiltinText(32960),
               "Create P2P module failed, please close the program.\r\nIf this message appears "
               "again, please reinstall Tarvo Explorer!");

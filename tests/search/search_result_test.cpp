@@ -282,6 +282,17 @@ TEST(SearchResultTest, HostileTextsAreReadSafely) {
         EXPECT_LE(store.Count(), 100);
     }
 
+    // A hundred megabytes of open FileInfo tags: read once through, nothing kept.
+    std::string flood = prefix;
+    flood.reserve(100u << 20);
+    while (flood.size() < (100u << 20)) {
+        flood += "<FileInfo";
+    }
+    flood += "</ResultSet></searchresult>";
+    ResultStore flooded;
+    ASSERT_TRUE(ReadSearchResult(flooded, flood).ok());
+    EXPECT_EQ(flooded.Count(), 0);
+
     // Numbers far beyond 32 bits saturate; a huge sha1 is just a long key.
     const std::string bigSha1(10 * 1024, 'Q');
     const auto files =

@@ -56,6 +56,19 @@ TEST(TagScannerTest, ReadOpenTagCopiesThroughTheBracket) {
     EXPECT_TRUE(out.empty());
 }
 
+TEST(TagScannerTest, ReadElementGivesTheOpenTagAsReadOpenTagDoes) {
+    const std::string text = "<x/><fileINFO id=\"3\" a=\">\"><name>n</name></FileInfo>";
+    std::string_view body;
+    std::string_view openTag;
+    std::string_view alone;
+    ASSERT_NE(ReadElement(text, "<FileInfo", body, openTag), 0u);
+    ReadOpenTag(text, "<fileinfo", alone);
+    EXPECT_EQ(openTag, alone);
+    EXPECT_EQ(body, "\"><name>n</name>");
+    EXPECT_EQ(ReadElement("<FileInfo id=\"3\">", "<FileInfo", body, openTag), 0u);
+    EXPECT_TRUE(openTag.empty());
+}
+
 TEST(TagScannerTest, ReadAttributeTakesOnlyDoubleQuotes) {
     std::string_view out;
     EXPECT_TRUE(ReadAttribute("<FileInfo ID = \"42\">", "id", out));

@@ -1,0 +1,563 @@
+// The servent's protocol brain on an in-memory network: handshakes, leaf guidance, refusals,
+// query routing and the ways a hostile peer gets itself dropped. No sockets, no real time.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <map>
+
+#include "engine/core/servent.h"
+
+namespace corvid::gnutella {
+namespace {
+
+constexpr char kSha1[] = "AAAABBBBCCCCDDDDEEEEFFFFGGGGHHHH";
+
+struct Recorder : ServentObserver {
+    std::vector<QueryHit> hits;
+    std::vector<Push> pushes;
+    int tables = 0;
+    void OnSearchHit(const Guid&, const QueryHit& hit) override { hits.push_back(hit); }
+    void OnPushRequest(const Push& push) override { pushes.push_back(push); }
+    void OnQrpTableComplete(PeerId) override { ++tables; }
+};
+
+// Stations are servents or raw ends the test speaks for; links join (station, peer id) pairs and
+// carry bytes in order. Nothing is delivered until Run.
+class SimNet {
+public:
+    struct Station : ServentTransport {
+        SimNet* net = nullptr;
+        std::size_t index = 0;
+        Endpoint address;
+        InMemoryFileIndex files;
+        std::unique_ptr<Servent> servent;
+        Recorder recorder;
+        Bytes inbox; // raw stations only
+        bool hung_up = false;
+        std::vector<Endpoint> dials;
+
+        void Send(PeerId peer, Bytes bytes) override {
+            net->Transfer(index, peer, std::move(bytes));
+        }
+        void Close(PeerId peer) override { net->Hangup(index, peer); }
+        void Dial(const Endpoint& host) override {
+            dials.push_back(host);
+            net->pending_dials_.push_back({index, host});
+        }
+    };
+
+    Station& AddServent(NodeMode mode, std::vector<std::string> files = {},
+                        std::function<void(ServentConfig&)> adjust = {}) {
+        auto& s = AddStation();
+        ServentConfig config;
+        config.network.node_mode = mode;
+        config.listen = s.address;
+        config.allow_private_addresses = true;
+        if (adjust)
+            adjust(config);
+        for (auto& name : files)
+            s.files.Add(name, 1000, name == "alpha song.mp3" ? kSha1 : "");
+        s.servent = std::make_unique<Servent>(
+            config, s.files, s, [this] { return now; }, 1000 + s.index);
+        s.servent->SetObserver(&s.recorder);
+        return s;
+    }
+
+    Station& AddRaw() { return AddStation(); }
+
+    // Joins two stations as if `from` had dialled `to`; returns the peer id of the raw end.
+    PeerId Link(Station& from, Station& to) {
+        PeerId a = next_id_++, b = next_id_++;
+        links_[{from.index, a}] = {to.index, b};
+        links_[{to.index, b}] = {from.index, a};
+        if (to.servent)
+            to.servent->Accepted(b, from.address);
+        if (from.servent)
+            from.servent->Connected(a, to.address);
+        return from.servent ? b : a;
+    }
+
+    void RawSend(Station& raw, PeerId peer, ByteView bytes) {
+        Transfer(raw.index, peer, Bytes(bytes.begin(), bytes.end()));
+    }
+    void RawSend(Station& raw, PeerId peer, std::string_view text) {
+        RawSend(raw, peer, AsBytes(text));
+    }
+
+    void Run() {
+        for (int guard = 0; guard < 100000; ++guard) {
+            if (!pending_dials_.empty()) {
+                auto [from, host] = pending_dials_.front();
+                pending_dials_.pop_front();
+                Station* target = nullptr;
+                for (auto& s : stations_)
+                    if (s->address == host && s->servent)
+                        target = s.get();
+                if (target)
+                    Link(*stations_[from], *target);
+                else
+                    stations_[from]->servent->DialFailed(host);
+                continue;
+            }
+            if (events_.empty())
+                return;
+            auto event = std::move(events_.front());
+            events_.pop_front();
+            auto& s = *stations_[event.station];
+            if (s.servent) {
+                if (event.hangup)
+                    s.servent->Lost(event.peer);
+                else
+                    s.servent->Received(event.peer, event.bytes);
+            } else if (event.hangup) {
+                s.hung_up = true;
+            } else {
+                PutBytes(s.inbox, event.bytes);
+            }
+        }
+        FAIL() << "the network never went quiet";
+    }
+
+    Clock::time_point now{std::chrono::hours(1)};
+
+private:
+    struct Event {
+        std::size_t station;
+        PeerId peer;
+        Bytes bytes;
+        bool hangup = false;
+    };
+
+    Station& AddStation() {
+        auto s = std::make_unique<Station>();
+        s->net = this;
+        s->index = stations_.size();
+        s->address = {0x7F000001, static_cast<std::uint16_t>(7000 + stations_.size())};
+        stations_.push_back(std::move(s));
+        return *stations_.back();
+    }
+
+    void Transfer(std::size_t from, PeerId peer, Bytes bytes) {
+        auto it = links_.find({from, peer});
+        if (it != links_.end())
+            events_.push_back({it->second.first, it->second.second, std::move(bytes)});
+    }
+
+    void Hangup(std::size_t from, PeerId peer) {
+        auto it = links_.find({from, peer});
+        if (it == links_.end())
+            return;
+        auto other = it->second;
+        events_.push_back({other.first, other.second, {}, true});
+        links_.erase(it);
+        links_.erase(other);
+    }
+
+    std::vector<std::unique_ptr<Station>> stations_;
+    std::map<std::pair<std::size_t, PeerId>, std::pair<std::size_t, PeerId>> links_;
+    std::deque<Event> events_;
+    std::deque<std::pair<std::size_t, Endpoint>> pending_dials_;
+    PeerId next_id_ = 1;
+};
+
+std::vector<PeerInfo> OpenPeers(Servent& s, PeerKind kind) {
+    std::vector<PeerInfo> out;
+    for (auto& p : s.Peers())
+        if (p.kind == kind)
+            out.push_back(p);
+    return out;
+}
+
+// What a raw end received: the header blocks, then the messages that followed them.
+struct RawView {
+    std::vector<std::string> blocks;
+    std::vector<Message> messages;
+};
+
+RawView Read(const SimNet::Station& raw, int header_blocks) {
+    RawView view;
+    std::string_view text = AsText(raw.inbox);
+    std::size_t pos = 0;
+    for (int i = 0; i < header_blocks; ++i) {
+        auto end = text.find("\r\n\r\n", pos);
+        if (end == std::string_view::npos)
+            return view;
+        view.blocks.emplace_back(text.substr(pos, end + 4 - pos));
+        pos = end + 4;
+    }
+    DescriptorFramer framer;
+    framer.Feed(ByteView(raw.inbox).subspan(pos),
+                [&](Message&& m) { view.messages.push_back(std::move(m)); });
+    return view;
+}
+
+std::vector<Message> OfType(const RawView& view, PayloadType type) {
+    std::vector<Message> out;
+    for (const auto& m : view.messages)
+        if (m.type() == type)
+            out.push_back(m);
+    return out;
+}
+
+Bytes Frame(const Guid& guid, PayloadType type, std::uint8_t ttl, std::uint8_t hops,
+            ByteView payload) {
+    Header h;
+    h.guid = guid;
+    h.type = static_cast<std::uint8_t>(type);
+    h.ttl = ttl;
+    h.hops = hops;
+    return SerializeMessage(h, payload);
+}
+
+Bytes QueryPayload(std::string text) {
+    Query q;
+    q.text = std::move(text);
+    return SerializeQuery(q);
+}
+
+// A raw ultrapeer joined to `servent` through a completed handshake, speaking plain bytes.
+PeerId RawUltrapeer(SimNet& net, SimNet::Station& raw, SimNet::Station& servent,
+                    std::string extra_headers = "") {
+    PeerId id = net.Link(raw, servent);
+    net.RawSend(raw, id,
+                "GNUTELLA CONNECT/0.6\r\nUser-Agent: Raw/1.0\r\nX-Ultrapeer: True\r\n"
+                "X-Query-Routing: 0.1\r\n" +
+                    extra_headers + "\r\n");
+    net.Run();
+    net.RawSend(raw, id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+    net.Run();
+    return id;
+}
+
+TEST(Handshake, LeafJoinsUltrapeerWithDeflateBothWaysAndSendsItsTable) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer);
+    auto& leaf = net.AddServent(NodeMode::LeafPeer, {"alpha song.mp3"});
+    net.Link(leaf, up);
+    net.Run();
+
+    auto leaves = OpenPeers(*up.servent, PeerKind::Leaf);
+    ASSERT_EQ(leaves.size(), 1u);
+    EXPECT_TRUE(leaves[0].compressed_in);
+    EXPECT_TRUE(leaves[0].compressed_out);
+    EXPECT_TRUE(leaves[0].qrp_table_complete);
+    EXPECT_EQ(leaves[0].user_agent, "Corvid/0.1");
+    EXPECT_EQ(up.recorder.tables, 1);
+    auto ups = OpenPeers(*leaf.servent, PeerKind::Ultrapeer);
+    ASSERT_EQ(ups.size(), 1u);
+    EXPECT_TRUE(ups[0].compressed_in && ups[0].compressed_out);
+
+    // Changing the library resends the table, but not more than once a minute.
+    leaf.files.Add("beta.txt", 10, "");
+    leaf.servent->Tick();
+    net.Run();
+    EXPECT_EQ(up.recorder.tables, 1);
+    net.now += std::chrono::seconds(61);
+    leaf.servent->Tick();
+    net.Run();
+    EXPECT_EQ(up.recorder.tables, 2);
+}
+
+TEST(Handshake, LeafGuidanceTurnsAnIdleAutomaticUltrapeerIntoALeaf) {
+    SimNet net;
+    auto full = [](ServentConfig& c) { c.network.ultrapeer_max_count = 1; };
+    auto& hub = net.AddServent(NodeMode::UltraPeer, {}, full);
+    auto& other = net.AddServent(NodeMode::UltraPeer);
+    net.Link(other, hub);
+    net.Run();
+    ASSERT_EQ(OpenPeers(*hub.servent, PeerKind::Ultrapeer).size(), 1u);
+
+    auto& idle = net.AddServent(NodeMode::Automatic);
+    net.Link(idle, hub);
+    net.Run();
+    EXPECT_FALSE(idle.servent->IsUltrapeer());
+    EXPECT_EQ(OpenPeers(*hub.servent, PeerKind::Leaf).size(), 1u);
+    EXPECT_EQ(OpenPeers(*idle.servent, PeerKind::Ultrapeer).size(), 1u);
+}
+
+TEST(Handshake, GuidanceIsDeclinedByAnUltrapeerWithLeavesOrAFixedMode) {
+    SimNet net;
+    auto full = [](ServentConfig& c) { c.network.ultrapeer_max_count = 1; };
+    auto& hub = net.AddServent(NodeMode::UltraPeer, {}, full);
+    auto& other = net.AddServent(NodeMode::UltraPeer);
+    net.Link(other, hub);
+
+    auto& busy = net.AddServent(NodeMode::Automatic);
+    auto& its_leaf = net.AddServent(NodeMode::LeafPeer);
+    net.Link(its_leaf, busy);
+    net.Run();
+    net.Link(busy, hub);
+    auto& fixed = net.AddServent(NodeMode::UltraPeer);
+    net.Link(fixed, hub);
+    net.Run();
+
+    EXPECT_TRUE(busy.servent->IsUltrapeer());
+    EXPECT_TRUE(fixed.servent->IsUltrapeer());
+    EXPECT_EQ(OpenPeers(*hub.servent, PeerKind::Leaf).size(), 0u);
+    EXPECT_EQ(hub.servent->Peers().size(), 1u); // only the first ultrapeer stayed
+}
+
+TEST(Handshake, RefusalWithTryListFillsTheCacheAndRestsTheHost) {
+    SimNet net;
+    auto& leaf = net.AddServent(NodeMode::LeafPeer);
+    auto& raw = net.AddRaw();
+    PeerId id = net.Link(leaf, raw);
+    net.Run();
+    EXPECT_TRUE(AsText(raw.inbox).starts_with("GNUTELLA CONNECT/0.6\r\n"));
+    EXPECT_NE(AsText(raw.inbox).find("X-Ultrapeer: False"), std::string_view::npos);
+    net.RawSend(raw, id,
+                "GNUTELLA/0.6 503 Full\r\nX-Try-Ultrapeers: 1.2.3.4:6346 2006-01-01T00:00Z, "
+                "5.6.7.8:7000\r\nX-Try: 9.9.9.9\r\n\r\n");
+    net.Run();
+    EXPECT_TRUE(raw.hung_up);
+    EXPECT_TRUE(leaf.servent->Peers().empty());
+    EXPECT_EQ(leaf.servent->hosts().size(), 4u); // three offered plus the refusing host, resting
+
+    leaf.dials.clear();
+    leaf.servent->Tick();
+    net.Run();
+    EXPECT_EQ(leaf.dials.size(), 3u);
+    for (const auto& host : leaf.dials)
+        EXPECT_NE(host, raw.address);
+}
+
+TEST(Handshake, UltrapeersRefuseWhenFullAndLeavesRefuseEveryone) {
+    SimNet net;
+    auto& leaf = net.AddServent(NodeMode::LeafPeer);
+    auto& raw = net.AddRaw();
+    PeerId id = net.Link(raw, leaf);
+    net.RawSend(raw, id, "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: True\r\n\r\n");
+    net.Run();
+    EXPECT_TRUE(AsText(raw.inbox).starts_with("GNUTELLA/0.6 503"));
+    EXPECT_TRUE(raw.hung_up);
+
+    auto& up = net.AddServent(NodeMode::UltraPeer, {}, [](ServentConfig& c) {
+        c.network.leaf_peer_max_count = 0;
+        c.network.ultrapeer_max_count = 0;
+    });
+    auto& up_neighbour = net.AddRaw();
+    PeerId n = net.Link(up_neighbour, up);
+    net.RawSend(up_neighbour, n,
+                "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: False\r\nX-Query-Routing: 0.1\r\n\r\n");
+    net.Run();
+    EXPECT_TRUE(AsText(up_neighbour.inbox).starts_with("GNUTELLA/0.6 503"));
+}
+
+class UltrapeerRouting : public ::testing::Test {
+protected:
+    void SetUp() override {
+        up = &net.AddServent(NodeMode::UltraPeer, {"alpha song.mp3"});
+        a = &net.AddRaw();
+        b = &net.AddRaw();
+        a_id = RawUltrapeer(net, *a, *up);
+        b_id = RawUltrapeer(net, *b, *up, "X-Max-TTL: 3\r\n");
+        a->inbox.clear();
+        b->inbox.clear();
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    SimNet::Station* a = nullptr;
+    SimNet::Station* b = nullptr;
+    PeerId a_id = 0, b_id = 0;
+    std::mt19937_64 rng{9};
+};
+
+TEST_F(UltrapeerRouting, QueriesAreForwardedOnceWithTtlAndHopsAdjusted) {
+    Guid guid = Guid::Random(rng);
+    auto query = Frame(guid, PayloadType::Query, 7, 1, QueryPayload("beta"));
+    net.RawSend(*a, a_id, query);
+    net.RawSend(*a, a_id, query); // the duplicate is dropped
+    net.Run();
+    auto forwarded = OfType(Read(*b, 0), PayloadType::Query);
+    ASSERT_EQ(forwarded.size(), 1u);
+    EXPECT_EQ(forwarded[0].header.guid, guid);
+    EXPECT_EQ(forwarded[0].header.ttl, 3); // the peer's X-Max-TTL
+    EXPECT_EQ(forwarded[0].header.hops, 2);
+    EXPECT_EQ(up->servent->stats().duplicates_dropped, 1u);
+    EXPECT_TRUE(OfType(Read(*a, 0), PayloadType::Query).empty());
+
+    // TTL 1 arrives and stops here.
+    net.RawSend(*a, a_id, Frame(Guid::Random(rng), PayloadType::Query, 1, 0, QueryPayload("beta")));
+    net.Run();
+    EXPECT_EQ(OfType(Read(*b, 0), PayloadType::Query).size(), 1u);
+}
+
+TEST_F(UltrapeerRouting, HitsGoBackTheirQuerysWayAndPushesFollowTheServent) {
+    Guid guid = Guid::Random(rng);
+    net.RawSend(*a, a_id, Frame(guid, PayloadType::Query, 3, 0, QueryPayload("alpha")));
+    net.Run();
+    // The ultrapeer's own file answers first.
+    auto own = OfType(Read(*a, 0), PayloadType::QueryHit);
+    ASSERT_EQ(own.size(), 1u);
+    auto own_hit = ParseQueryHit(own[0].payload);
+    ASSERT_TRUE(own_hit);
+    EXPECT_EQ(own_hit->results[0].sha1, kSha1);
+    EXPECT_EQ(own_hit->servent, up->servent->servent_guid());
+
+    // b answers; the hit reaches a with TTL-1 and hops+1.
+    QueryHit hit;
+    hit.port = 6346;
+    hit.ip = 0x01020304;
+    hit.results.push_back({5, 100, "alpha two.ogg", ""});
+    hit.flags.firewalled = true;
+    hit.servent = Guid::Random(rng);
+    net.RawSend(*b, b_id, Frame(guid, PayloadType::QueryHit, 5, 0, SerializeQueryHit(hit)));
+    // A hit for a query nobody sent is dropped.
+    net.RawSend(*b, b_id,
+                Frame(Guid::Random(rng), PayloadType::QueryHit, 5, 0, SerializeQueryHit(hit)));
+    net.Run();
+    auto hits = OfType(Read(*a, 0), PayloadType::QueryHit);
+    ASSERT_EQ(hits.size(), 2u);
+    EXPECT_EQ(hits[1].header.ttl, 4);
+    EXPECT_EQ(hits[1].header.hops, 1);
+    EXPECT_EQ(up->servent->stats().hits_dropped_unroutable, 1u);
+
+    // a asks the firewalled servent to push; the push goes to b, who delivered its hit.
+    Push push{hit.servent, 5, 0x0A000001, 6346};
+    net.RawSend(*a, a_id, Frame(Guid::Random(rng), PayloadType::Push, 4, 0, SerializePush(push)));
+    // A push for this ultrapeer itself is reported, not forwarded.
+    Push mine{up->servent->servent_guid(), 1, 0x0A000001, 6346};
+    net.RawSend(*a, a_id, Frame(Guid::Random(rng), PayloadType::Push, 4, 0, SerializePush(mine)));
+    net.Run();
+    auto pushes = OfType(Read(*b, 0), PayloadType::Push);
+    ASSERT_EQ(pushes.size(), 1u);
+    EXPECT_EQ(ParsePush(pushes[0].payload)->file_index, 5u);
+    ASSERT_EQ(up->recorder.pushes.size(), 1u);
+    EXPECT_EQ(up->recorder.pushes[0].file_index, 1u);
+}
+
+TEST_F(UltrapeerRouting, UnknownAndVendorMessagesAreSkippedNotForwarded) {
+    net.RawSend(*a, a_id,
+                Frame(Guid::Random(rng), static_cast<PayloadType>(0x41), 5, 0, AsBytes("xyz")));
+    net.RawSend(
+        *a, a_id,
+        Frame(Guid::Random(rng), PayloadType::VendorMessage, 1, 0, AsBytes("ABCD\1\0\1\0")));
+    net.RawSend(*a, a_id,
+                Frame(Guid::Random(rng), PayloadType::Query, 3, 0, QueryPayload("still works")));
+    net.Run();
+    auto seen = Read(*b, 0).messages;
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].type(), PayloadType::Query);
+    EXPECT_EQ(up->servent->Peers().size(), 2u);
+}
+
+TEST_F(UltrapeerRouting, PingsAreAnsweredFromThePongCache) {
+    Pong pong{6346, 0x01020304, 1, 2, {}};
+    // b's pong answers the ultrapeer's own ping (sent when the link opened) and is cached.
+    auto pings = OfType(Read(*b, 0), PayloadType::Ping);
+    net.RawSend(*b, b_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+    net.Run();
+    ASSERT_TRUE(OfType(Read(*b, 0), PayloadType::Pong).size() == 1u);
+    up->servent->Tick(); // its periodic ping
+    net.Run();
+    pings = OfType(Read(*b, 0), PayloadType::Ping);
+    ASSERT_FALSE(pings.empty());
+    net.RawSend(*b, b_id,
+                Frame(pings.back().header.guid, PayloadType::Pong, 1, 0, SerializePong(pong)));
+    net.Run();
+    net.RawSend(*a, a_id, Frame(Guid::Random(rng), PayloadType::Ping, 2, 0, {}));
+    net.Run();
+    auto pongs = OfType(Read(*a, 0), PayloadType::Pong);
+    ASSERT_EQ(pongs.size(), 2u); // its own, then the cached one
+    EXPECT_EQ(ParsePong(pongs[1].payload)->endpoint().ToString(), "1.2.3.4:6346");
+    EXPECT_TRUE(ParsePong(pongs[0].payload)->ggep->Find("UP"));
+}
+
+TEST_F(UltrapeerRouting, OffendersAreDroppedAndTheOthersKeepBeingServed) {
+    // A payload over 64 KiB: Bye 400, then the link closes.
+    Header huge;
+    huge.type = 0x80;
+    Bytes bytes = SerializeMessage(huge, {});
+    bytes[19] = 0x70, bytes[20] = 0x11, bytes[21] = 0x01;
+    net.RawSend(*a, a_id, bytes);
+    net.Run();
+    EXPECT_TRUE(a->hung_up);
+    auto byes = OfType(Read(*a, 0), PayloadType::Bye);
+    ASSERT_EQ(byes.size(), 1u);
+    EXPECT_EQ(ParseBye(byes[0].payload)->code, 400);
+
+    // A flood of pings.
+    for (int i = 0; i < 50; ++i)
+        net.RawSend(*b, b_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+    net.Run();
+    EXPECT_TRUE(b->hung_up);
+    EXPECT_EQ(up->servent->stats().peers_dropped_for_abuse, 2u);
+
+    // Pings at a polite pace are fine.
+    auto& c = net.AddRaw();
+    PeerId c_id = RawUltrapeer(net, c, *up);
+    for (int i = 0; i < 50; ++i) {
+        net.now += std::chrono::seconds(2);
+        net.RawSend(c, c_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+        net.Run();
+    }
+    EXPECT_FALSE(c.hung_up);
+}
+
+TEST(HostileLinks, BrokenDeflateStreamDropsTheLink) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer);
+    auto& raw = net.AddRaw();
+    PeerId id = net.Link(raw, up);
+    net.RawSend(raw, id, "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: True\r\n\r\n");
+    net.Run();
+    net.RawSend(raw, id, "GNUTELLA/0.6 200 OK\r\nContent-Encoding: deflate\r\n\r\n");
+    net.RawSend(raw, id, Bytes{0x78, 0x9C, 0xFF, 0xFF, 0xFF, 0x00, 0x11});
+    net.Run();
+    EXPECT_TRUE(raw.hung_up);
+    EXPECT_TRUE(up.servent->Peers().empty());
+}
+
+TEST(HostileLinks, SilentHandshakesTimeOut) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer);
+    auto& raw = net.AddRaw();
+    PeerId id = net.Link(raw, up);
+    net.RawSend(raw, id, "GNUTELLA CONNECT/0.6\r\n");
+    net.Run();
+    up.servent->Tick();
+    EXPECT_EQ(up.servent->Peers().size(), 1u);
+    net.now += std::chrono::seconds(16);
+    up.servent->Tick();
+    net.Run();
+    EXPECT_TRUE(raw.hung_up);
+}
+
+TEST(Search, QueryReachesOnlyLeavesWhoseTablesMatch) {
+    SimNet net;
+    auto& up1 = net.AddServent(NodeMode::UltraPeer);
+    auto& up2 = net.AddServent(NodeMode::UltraPeer);
+    auto& asker = net.AddServent(NodeMode::LeafPeer);
+    auto& near = net.AddServent(NodeMode::LeafPeer, {"alpha song.mp3"});
+    auto& far = net.AddServent(NodeMode::LeafPeer, {"Alpha-Tune.ogg"});
+    auto& other = net.AddServent(NodeMode::LeafPeer, {"beta.txt"});
+    net.Link(up2, up1);
+    net.Link(asker, up1);
+    net.Link(near, up1);
+    net.Link(far, up2);
+    net.Link(other, up2);
+    net.Run();
+
+    asker.servent->StartSearch("alpha");
+    net.Run();
+    std::set<std::string> names;
+    for (const auto& hit : asker.recorder.hits)
+        for (const auto& r : hit.results)
+            names.insert(r.name + "@" + hit.endpoint().ToString());
+    EXPECT_EQ(names, (std::set<std::string>{"alpha song.mp3@127.0.0.1:7003",
+                                            "Alpha-Tune.ogg@127.0.0.1:7004"}));
+    auto other_peers = other.servent->Peers();
+    ASSERT_EQ(other_peers.size(), 1u);
+    EXPECT_EQ(other_peers[0].queries_received, 0u);
+
+    // By SHA1 only the file with that hash answers.
+    asker.recorder.hits.clear();
+    asker.servent->StartSearch("", {kSha1});
+    net.Run();
+    ASSERT_EQ(asker.recorder.hits.size(), 1u);
+    EXPECT_EQ(asker.recorder.hits[0].results[0].name, "alpha song.mp3");
+}
+
+} // namespace
+} // namespace corvid::gnutella

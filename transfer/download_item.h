@@ -1,0 +1,71 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "search/result_records.h"
+#include "transfer/download_states.h"
+
+namespace corvid::transfer {
+
+struct LogLine {
+    std::time_t time = 0;
+    std::int32_t kind = kLogStatus;
+    std::string text;
+};
+
+// The log of one source. The log pane keeps a reference to the log it shows, so a log outlives the
+// source it belongs to when the source is dropped while shown; its lines have a lock of their own
+// that the pane takes for reading (the writers also hold the item's lock).
+class SourceLog {
+public:
+    void Append(std::time_t time, std::int32_t kind, std::string text);
+    std::size_t Size() const;
+    // Calls visit(line) for every line from index `from` on, under the log's lock.
+    template <typename Visit> void VisitFrom(std::size_t from, Visit&& visit) const {
+        std::lock_guard guard(lock_);
+        for (std::size_t i = from; i < lines_.size(); ++i)
+            visit(lines_[i]);
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::vector<LogLine> lines_;
+};
+
+// One URL handed to the engine for an item. Fields other than the log are guarded by the item's
+// lock.
+struct DownloadSource {
+    std::uint32_t handle = 0;
+    std::uint32_t sourceId = 0;
+    std::string url;
+    std::int32_t received = 0;
+    std::int32_t status = kSourceIdle;
+    std::shared_ptr<SourceLog> log = std::make_shared<SourceLog>();
+};
+
+// One file being downloaded. Whoever reads or changes the fields below `lock` holds it; the lock is
+// recursive because the engine may call back on the thread that is inside one of its operations.
+struct DownloadItem {
+    mutable std::recursive_mutex lock;
+    std::uint32_t handle = 0;
+    std::string sha1;
+    std::string localPath;
+    ResultGroup group;
+    std::array<std::uint32_t, 3> fileLength{};
+    std::int32_t state = kItemCreated;
+    std::vector<std::shared_ptr<DownloadSource>> sources;
+    // Bytes received over all sources, as last reported by the engine.
+    std::int64_t receivedTotal = 0;
+    // The progress last read from the engine, shown once its object is closed.
+    std::int32_t lastProgress = 0;
+
+    bool HasSourceUrl(const std::string& url) const;
+};
+
+} // namespace corvid::transfer

@@ -1,0 +1,120 @@
+#include "transfer/download_log_model.h"
+
+#include <cstdio>
+
+namespace corvid::transfer {
+namespace {
+
+int IconOfKind(std::int32_t kind) {
+    return kind >= 0 && kind <= 4 ? kind : 0;
+}
+
+std::string SourceText(std::size_t place) {
+    return "Source " + std::to_string(place);
+}
+
+} // namespace
+
+std::string CtimeText(std::time_t time) {
+    std::tm parts{};
+#ifdef _WIN32
+    if (localtime_s(&parts, &time) != 0)
+        return {};
+#else
+    if (!localtime_r(&time, &parts))
+        return {};
+#endif
+    // The layout ctime uses: "Www Mmm dd hh:mm:ss yyyy".
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d", kDays[parts.tm_wday % 7],
+                  kMonths[parts.tm_mon % 12], parts.tm_mday, parts.tm_hour, parts.tm_min,
+                  parts.tm_sec, 1900 + parts.tm_year);
+    return text;
+}
+
+void DownloadLogModel::ShowItem(const std::shared_ptr<DownloadItem>& item) {
+    if (item == item_)
+        return;
+    nodes_.clear();
+    view_.DeleteAllNodes();
+    item_ = item;
+    if (!item)
+        return;
+    std::lock_guard guard(item->lock);
+    // A completed download shows an empty tree.
+    if (item->state == kItemCompleted)
+        return;
+    const auto root = view_.InsertNode(0, "Grap/Log", kRootIcon);
+    std::size_t place = 0;
+    for (const auto& source : item->sources) {
+        ++place;
+        if (const auto node = view_.InsertNode(root, SourceText(place), source->status))
+            nodes_[source] = node;
+    }
+    view_.ExpandAndSelect(root);
+}
+
+void DownloadLogModel::AddNewSources(const std::shared_ptr<DownloadItem>& item) {
+    if (!view_.TreeExists() || !item || item != item_)
+        return;
+    const auto root = view_.Root();
+    std::lock_guard guard(item->lock);
+    std::size_t place = 0;
+    for (const auto& source : item->sources) {
+        ++place;
+        if (nodes_.count(source))
+            continue;
+        if (const auto node = view_.InsertNode(root, SourceText(place), source->status))
+            nodes_[source] = node;
+    }
+}
+
+bool DownloadLogModel::ShowLog(const std::shared_ptr<SourceLog>& log) {
+    if (!view_.ListExists())
+        return false;
+    if (log == log_)
+        return true;
+    view_.DeleteAllRows();
+    log_ = log;
+    linesShown_ = 0;
+    if (log_)
+        AppendLinesFrom(0);
+    return true;
+}
+
+void DownloadLogModel::AppendLog() {
+    if (!view_.ListExists() || !log_)
+        return;
+    AppendLinesFrom(linesShown_);
+}
+
+void DownloadLogModel::AppendLinesFrom(std::size_t first) {
+    std::size_t count = first;
+    // Nothing but reading the lines and filling rows while the log's lock is held.
+    log_->VisitFrom(first, [&](const LogLine& line) {
+        view_.AppendRow(CtimeText(line.time), line.text, IconOfKind(line.kind), line.kind);
+        ++count;
+    });
+    if (count != first)
+        view_.ScrollToLastRow();
+    linesShown_ = count;
+}
+
+std::shared_ptr<DownloadSource> DownloadLogModel::SourceOf(LogPaneView::Node node) const {
+    for (const auto& [source, shown] : nodes_)
+        if (shown == node)
+            return source;
+    return nullptr;
+}
+
+bool DownloadLogModel::ForgetItem(const std::shared_ptr<DownloadItem>& item) {
+    if (!item || item != item_)
+        return false;
+    ShowItem(nullptr);
+    return true;
+}
+
+} // namespace corvid::transfer
