@@ -6,9 +6,10 @@ namespace corvid::node_tool {
 
 const char* const kUsage =
     "usage: corvid-node --listen IP:PORT [--ultrapeer|--leaf] [--connect HOST:PORT]...\n"
-    "                   [--share-list FILE] [--network-ini FILE] [--host-cache FILE]\n"
+    "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache FILE]\n"
     "       corvid-node search --connect HOST:PORT... [--timeout SECONDS] [--sha1 BASE32]\n"
     "                   [KEYWORD]...\n"
+    "       corvid-node browse HOST:PORT [--timeout SECONDS]\n"
     "A share list has one file a line: size<TAB>sha1 or -<TAB>name.\n";
 
 std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, std::string* error) {
@@ -17,6 +18,15 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
     if (!args.empty() && args[0] == "search") {
         a.search = true;
         i = 1;
+    } else if (!args.empty() && args[0] == "browse") {
+        auto host = args.size() > 1 ? gnutella::ParseEndpoint(args[1]) : std::nullopt;
+        if (!host) {
+            *error = "browse wants HOST:PORT with a numeric IPv4 host";
+            return std::nullopt;
+        }
+        a.browse = true;
+        a.browse_host = *host;
+        i = 2;
     }
     auto value = [&](const std::string& flag) -> std::optional<std::string> {
         if (i + 1 >= args.size()) {
@@ -54,6 +64,11 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
             (arg == "--share-list"    ? a.share_list
              : arg == "--network-ini" ? a.network_ini
                                       : a.host_cache) = *v;
+        } else if (arg == "--share") {
+            auto v = value(arg);
+            if (!v)
+                return std::nullopt;
+            a.share_dir = *v;
         } else if (arg == "--timeout") {
             auto v = value(arg);
             if (!v)
@@ -85,7 +100,7 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
         *error = "search needs keywords or --sha1";
         return std::nullopt;
     }
-    if (!a.search && a.listen.port == 0) {
+    if (!a.search && !a.browse && a.listen.port == 0) {
         *error = "--listen IP:PORT is required";
         return std::nullopt;
     }

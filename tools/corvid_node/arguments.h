@@ -12,6 +12,9 @@ namespace corvid::node_tool {
 
 struct Arguments {
     bool search = false;
+    bool browse = false;
+    gnutella::Endpoint browse_host;
+    std::string share_dir; // shared through the file index, hashed at start
     gnutella::Endpoint listen{0x7F000001, 0};
     std::optional<gnutella::NodeMode> mode;
     std::vector<gnutella::Endpoint> connect;

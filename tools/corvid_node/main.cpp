@@ -4,7 +4,11 @@
 #include <iostream>
 #include <sstream>
 
+#include "engine/core/browse_host.h"
+#include "engine/core/library_share_index.h"
 #include "engine/core/node.h"
+#include "engine/core/push_giv.h"
+#include "engine/core/upload_server.h"
 #include "tools/corvid_node/arguments.h"
 
 namespace {
@@ -50,12 +54,48 @@ public:
     void OnPushRequest(const Push& push) override {
         std::cout << "push " << push.file_index << " to " << Endpoint{push.ip, push.port}.ToString()
                   << std::endl;
+        if (on_push)
+            on_push(push);
     }
 
     std::function<void()> on_open;
+    std::function<void(const Push&)> on_push;
 };
 
+void PrintHit(const QueryHit& hit) {
+    for (const auto& r : hit.results)
+        std::cout << "hit\t" << FormatIp(hit.ip) << "\t" << hit.port << "\t" << r.index << "\t"
+                  << r.size << "\t" << r.name << "\t" << (r.sha1.empty() ? "-" : r.sha1)
+                  << std::endl;
+}
+
+int Browse(const Arguments& args) {
+    asio::io_context io;
+    int status = 1;
+    BrowseClient::Start(io, args.browse_host,
+                        [&](const std::vector<QueryHit>& hits, const std::string& error) {
+                            for (const auto& hit : hits)
+                                PrintHit(hit);
+                            if (!error.empty())
+                                std::cerr << "corvid-node: browse: " << error << "\n";
+                            status = error.empty() ? 0 : 1;
+                            io.stop();
+                        });
+    asio::steady_timer deadline(io);
+    deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+    deadline.async_wait([&](const asio::error_code& ec) {
+        if (!ec) {
+            std::cerr << "corvid-node: browse: no answer in time\n";
+            io.stop();
+        }
+    });
+    io.run();
+    return status;
+}
+
 int Run(const Arguments& args) {
+    if (args.browse)
+        return Browse(args);
     NodeOptions options;
     if (!args.network_ini.empty()) {
         auto text = ReadFile(args.network_ini);
@@ -84,15 +124,51 @@ int Run(const Arguments& args) {
         std::cout << "sharing " << LoadShareList(*text, index) << " files" << std::endl;
     }
 
+    corvid::library::FileIndex files;
+    LibraryShareIndex library_index(files);
+    if (!args.share_dir.empty()) {
+        files.SetSharedFolders({args.share_dir});
+        files.Rescan();
+        while (files.HashNext()) {
+        }
+        std::cout << "sharing " << files.FileCount() << " files from " << args.share_dir
+                  << std::endl;
+        options.servent.advertise_browse_host = true;
+    }
+    const SharedFileIndex& shared =
+        args.share_dir.empty() ? static_cast<const SharedFileIndex&>(index) : library_index;
+
     asio::io_context io;
     std::random_device random;
-    Node node(io, options, index, (std::uint64_t{random()} << 32) | random());
+    Node node(io, options, shared, (std::uint64_t{random()} << 32) | random());
+    UploadRegistry uploads;
+    UploadServer server(io, files, uploads);
+    GivWaiters givs(io);
+    if (!args.share_dir.empty()) {
+        server.SetBrowseSource([&] {
+            const Bytes stream = BrowseHitStream(
+                files.Files(), {node.endpoint(), node.servent().servent_guid(), 1000, false});
+            return std::string(stream.begin(), stream.end());
+        });
+        node.SetForeignConnectionHandler([&](asio::ip::tcp::socket socket, Bytes first) {
+            std::string bytes(first.begin(), first.end());
+            if (bytes.starts_with("GIV"))
+                givs.Offer(std::move(socket), std::move(bytes));
+            else
+                server.Adopt(std::move(socket), std::move(bytes));
+        });
+    }
     if (auto ec = node.Start()) {
         std::cerr << "corvid-node: cannot listen on " << args.listen.ToString() << ": "
                   << ec.message() << "\n";
         return 2;
     }
     Printer printer;
+    if (!args.share_dir.empty()) {
+        printer.on_push = [&](const Push& push) {
+            AnswerPush(io, push, node.servent().servent_guid(), files, server);
+        };
+    }
     node.servent().SetObserver(&printer);
     std::cout << "listening " << node.endpoint().ToString() << " "
               << (node.servent().IsUltrapeer() ? "ultrapeer" : "leaf") << std::endl;
@@ -103,6 +179,7 @@ int Run(const Arguments& args) {
     signals.async_wait([&](const asio::error_code& ec, int) {
         if (!ec) {
             node.Stop();
+            server.Close();
             io.stop();
         }
     });
