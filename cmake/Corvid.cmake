@@ -7,11 +7,6 @@ function(corvid_apply_global_flags)
         list(JOIN CORVID_SANITIZE "," sanitizers)
         add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
         add_link_options(-fsanitize=${sanitizers})
-        if("thread" IN_LIST CORVID_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-            # Asio fences its handler calls with std::atomic_thread_fence, which GCC's
-            # ThreadSanitizer warns it does not model; its own locks are instrumented all the same.
-            add_compile_options(-Wno-tsan)
-        endif()
     endif()
     if(CORVID_FUZZ)
         add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer

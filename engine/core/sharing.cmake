@@ -2,7 +2,6 @@
 # texts, browse host, and the servent's view of the file index. A library of its own beside
 # corvid_engine, which knows nothing of it: whoever runs a node plugs the two together.
 find_package(ZLIB REQUIRED)
-find_package(Threads REQUIRED)
 add_library(corvid_sharing STATIC
     ${CMAKE_CURRENT_LIST_DIR}/upload_protocol.cpp
     ${CMAKE_CURRENT_LIST_DIR}/token_bucket.cpp
@@ -14,9 +13,4 @@ add_library(corvid_sharing STATIC
     ${CMAKE_CURRENT_LIST_DIR}/engine_text_sources.cpp
     ${CMAKE_CURRENT_LIST_DIR}/push_giv.cpp)
 target_include_directories(corvid_sharing PUBLIC ${CMAKE_SOURCE_DIR})
-target_compile_definitions(corvid_sharing PUBLIC ASIO_STANDALONE ASIO_NO_DEPRECATED
-                                                 ASIO_DISABLE_STD_ALIGNED_ALLOC)
-target_link_libraries(corvid_sharing PUBLIC corvid_library corvid_engine ZLIB::ZLIB Threads::Threads)
-if(WIN32)
-    target_link_libraries(corvid_sharing PUBLIC ws2_32 mswsock)
-endif()
+target_link_libraries(corvid_sharing PUBLIC corvid_library corvid_engine corvid_asio ZLIB::ZLIB)

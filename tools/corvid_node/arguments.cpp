@@ -6,7 +6,8 @@ namespace corvid::node_tool {
 
 const char* const kUsage =
     "usage: corvid-node --listen IP:PORT [--ultrapeer|--leaf] [--connect HOST:PORT]...\n"
-    "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache FILE]\n"
+    "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache "
+    "FILE]\n"
     "       corvid-node search --connect HOST:PORT... [--timeout SECONDS] [--sha1 BASE32]\n"
     "                   [KEYWORD]...\n"
     "       corvid-node browse HOST:PORT [--timeout SECONDS]\n"
