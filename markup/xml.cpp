@@ -182,36 +182,26 @@ void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
                     nullptr};
 }
 
-// Where the parser takes grown arrays from: the document's pool. Tree building passes none and
-// uses the heap.
-struct PoolAllocator {
-    void* (*allocate)(void* context, std::size_t size);
-    void* context;
-};
-
-// Grows an array of pointers to `newCapacity` slots. The first slot may live inside the node, and
-// a pooled array is never freed on its own.
+// Grows a tree-building array of pointers by one slot. The first slot may live inside the node,
+// and an array from a parse's pool is never freed on its own.
 template <typename T>
-bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::uint32_t newCapacity,
-               T** inlineSlot, std::uint8_t& pooledArray, const PoolAllocator* pool) {
-    if (newCapacity <= capacity) {
+bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, T** inlineSlot,
+               std::uint8_t& pooledArray) {
+    if (capacity == UINT32_MAX) {
         return false;
     }
+    const std::uint32_t newCapacity = capacity + 1;
     const bool ownArray = array != nullptr && array != inlineSlot && !pooledArray;
     T** grown;
-    if (pool || !ownArray) {
-        grown = static_cast<T**>(pool ? pool->allocate(pool->context, sizeof(T*) * newCapacity)
-                                      : std::malloc(sizeof(T*) * newCapacity));
+    if (!ownArray) {
+        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
         if (!grown) {
             return false;
         }
         if (count > 0) {
             std::memcpy(grown, array, sizeof(T*) * count);
         }
-        if (ownArray) {
-            std::free(array);
-        }
-        pooledArray = pool != nullptr;
+        pooledArray = 0;
     } else {
         grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
         if (!grown) {
@@ -223,23 +213,10 @@ bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::ui
     return true;
 }
 
-// The parser grows an array to eight slots at least, and otherwise by the document's step or by
-// the present capacity, whichever is larger, so that a flat list of a million elements costs no
-// more than a deep one. Tree building (no pool) grows by exactly one slot.
-std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep, const PoolAllocator* pool) {
-    const std::uint64_t step = growStep < 1 ? 1 : growStep;
-    std::uint64_t target = capacity + (pool ? std::max<std::uint64_t>(step, capacity) : 1);
-    if (pool && target < 8) {
-        target = 8;
-    }
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(target, UINT32_MAX));
-}
-
-bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const PoolAllocator* pool) {
+bool AddChild(XmlNode* parent, XmlNode* child) {
     if (parent->childCount == parent->childCapacity &&
         !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   Grown(parent->childCapacity, growStep, pool), &parent->firstChildSlot,
-                   parent->childrenPooled, pool)) {
+                   &parent->firstChildSlot, parent->childrenPooled)) {
         return false;
     }
     parent->children[parent->childCount++] = child;
@@ -247,12 +224,10 @@ bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const Poo
     return true;
 }
 
-bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep,
-                  const PoolAllocator* pool) {
+bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
     if (node->attributeCount == node->attributeCapacity &&
         !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   Grown(node->attributeCapacity, growStep, pool), &node->firstAttributeSlot,
-                   node->attributesPooled, pool)) {
+                   &node->firstAttributeSlot, node->attributesPooled)) {
         return false;
     }
     node->attributes[node->attributeCount++] = attribute;
@@ -435,11 +410,7 @@ class XmlParser {
 public:
     XmlParser(XmlDocument& document, std::uint32_t options)
         : document_(document), options_(options),
-          growStep_(document.growStep == 0 ? 1 : document.growStep),
-          pool_{[](void* self, std::size_t size) {
-                    return static_cast<XmlParser*>(self)->Allocate(size);
-                },
-                this} {}
+          growStep_(document.growStep == 0 ? 1 : document.growStep) {}
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
@@ -481,10 +452,13 @@ private:
             return nullptr;
         }
         InitNode(node, kind, true);
-        if (!AddChild(parent, node, growStep_, &pool_)) {
-            FreeNodeRecord(node);
+        if (parent->childCount == parent->childCapacity &&
+            !GrowPooled(parent->children, parent->childCount, parent->childCapacity,
+                        parent->childrenPooled)) {
             return nullptr;
         }
+        parent->children[parent->childCount++] = node;
+        node->parent = parent;
         return node;
     }
 
@@ -494,10 +468,40 @@ private:
             return nullptr;
         }
         *attribute = XmlAttribute{name, 1, value, 1, 1};
-        if (!AddAttribute(node, attribute, growStep_, &pool_)) {
+        if (node->attributeCount == node->attributeCapacity &&
+            !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
+                        node->attributesPooled)) {
             return nullptr;
         }
+        node->attributes[node->attributeCount++] = attribute;
         return attribute;
+    }
+
+    // Moves a full array of a node being parsed into the pool, grown to eight slots at least and
+    // otherwise by the document's step or by the present capacity, whichever is larger, so that a
+    // flat list of a million elements costs no more than a deep one. Arrays met here are always
+    // the node's own first slot or pooled ones.
+    template <typename T>
+    bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
+                    std::uint8_t& pooledArray) {
+        std::uint64_t target = capacity + std::max<std::uint64_t>(growStep_, capacity);
+        target = std::min<std::uint64_t>(std::max<std::uint64_t>(target, 8), UINT32_MAX);
+        if (target <= capacity) {
+            return false;
+        }
+        auto** grown = static_cast<T**>(Allocate(sizeof(T*) * target));
+        if (!grown) {
+            return false;
+        }
+        if (count == 1) {
+            grown[0] = array[0];
+        } else if (count > 1) {
+            std::memcpy(grown, array, sizeof(T*) * count);
+        }
+        array = grown;
+        capacity = static_cast<std::uint32_t>(target);
+        pooledArray = 1;
+        return true;
     }
 
     char* Trim(char* s, char* e, std::uint32_t flag) {
@@ -555,7 +559,6 @@ private:
     XmlDocument& document_;
     std::uint32_t options_;
     std::uint32_t growStep_;
-    PoolAllocator pool_;
     char* poolNext_ = nullptr; // the free part of the newest pool block
     char* poolEnd_ = nullptr;
 
@@ -1121,7 +1124,7 @@ XmlBranch XmlBranch::AppendChild(XmlNodeKind kind) const {
     child->nameInPlace = 0;
     child->valueInPlace = 0;
     MarkHeapBelow(node_);
-    if (!AddChild(node_, child, 1, nullptr)) {
+    if (!AddChild(node_, child)) {
         FreeNodeRecord(child);
         return {};
     }
@@ -1168,7 +1171,7 @@ XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
     *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
     if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
         !AssignString(attribute->value, attribute->valueInPlace, "") ||
-        !AddAttribute(node_, attribute, 1, nullptr)) {
+        !AddAttribute(node_, attribute)) {
         FreeAttribute(attribute);
         return nullptr;
     }
