@@ -47,9 +47,32 @@ inline char* SkipSpace(char* p) {
     }
     return p;
 }
-inline char* SkipName(char* p) {
-    while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
-        p += 4;
+// Past the run of name bytes at `p`, which ends before `end` at the latest. Names are mostly
+// ASCII letters, so eight bytes at a time are let through while all of them are letters or bytes
+// from 128 up; anything else is looked up one byte at a time.
+inline char* SkipName(char* p, char* end) {
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+        constexpr std::uint64_t kHigh = kOnes * 0x80;
+        while (end - p >= 8) {
+            std::uint64_t x;
+            std::memcpy(&x, p, 8);
+            // Folded to lower case, a letter is 0x61-0x7A: bit 7 of `from` is set from 0x61 up,
+            // bit 7 of `to` up to 0x7A. No byte carries into the next one.
+            const std::uint64_t folded = (x & ~kHigh) | (kOnes * 0x20);
+            const std::uint64_t from = folded + kOnes * (0x80 - 0x61);
+            const std::uint64_t to = ~(folded + kOnes * (0x80 - 0x7B));
+            const std::uint64_t other = ~((from & to) | x) & kHigh;
+            if (other == 0) {
+                p += 8;
+                continue;
+            }
+            p += std::countr_zero(other) / 8;
+            if (!IsNameByte(*p)) {
+                return p;
+            }
+            ++p;
+        }
     }
     while (IsNameByte(*p)) {
         ++p;
@@ -596,7 +619,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
         current = node;
     }
     char* name = p;
-    p = SkipName(p);
+    p = SkipName(p, end);
     char next = *p; // the byte that the cut overwrites, still to be looked at
     if (p == end) {
         return end;
@@ -619,7 +642,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             p = SkipSpace(p + 1);
         } else if (IsNameByte(c)) {
             char* word = p;
-            p = SkipName(p);
+            p = SkipName(p, end);
             next = *p;
             if (p == end) {
                 return end;
@@ -693,7 +716,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
 // Reads a declaration `<!NAME ...>` from the keyword on. Returns where parsing goes on (step 1).
 char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
     char* keyword = p;
-    p = SkipName(p);
+    p = SkipName(p, end);
     std::size_t length = static_cast<std::size_t>(p - keyword);
     XmlNodeKind kind = kXmlDtdEntity;
     if (length == 7 && std::memcmp(keyword, "ATTLIST", 7) == 0) {
@@ -719,7 +742,7 @@ char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
         }
         name = p - 1;
     }
-    p = SkipName(p);
+    p = SkipName(p, end);
     node->name = name;
     char next = *p;
     if (p == end) {
@@ -865,7 +888,7 @@ markup: // Just after a `<`.
 
 name: // The name of an element or instruction, then its attributes.
     current->name = p;
-    p = SkipName(p);
+    p = SkipName(p, end);
     c = *p;
     if (p == end) {
         return end;
@@ -884,7 +907,7 @@ name: // The name of an element or instruction, then its attributes.
     c = *p;
     while (IsNameByte(c)) {
         char* attributeName = p;
-        p = SkipName(p);
+        p = SkipName(p, end);
         char* nameEnd = p;
         p = SkipSpace(p);
         c = *p;
