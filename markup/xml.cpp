@@ -95,6 +95,15 @@ inline char* SkipPast(char* p, char* end, char c) {
     char* hit = Find(p, end, c);
     return hit == end ? end : hit + 1;
 }
+// Just past the `>` that closes an end tag whose name starts at `p`: most often the byte straight
+// after the name.
+inline char* SkipEndTag(char* p, char* end) {
+    p = SkipName(p, end);
+    if (*p == '>') {
+        return p + 1;
+    }
+    return SkipPast(p, end, '>');
+}
 // The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end.
 char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
     while (true) {
@@ -870,7 +879,7 @@ markup: // Just after a `<`.
         }
         goto outside;
     case '/':
-        p = SkipPast(p, end, '>');
+        p = SkipEndTag(p + 1, end);
         current = current->parent;
         goto outside;
     default:
@@ -986,7 +995,7 @@ content: // After a `>`: text up to the next tag.
     }
     if (*p == '<') {
         if (p[1] == '/') {
-            p = SkipPast(p + 2, end, '>');
+            p = SkipEndTag(p + 2, end);
             current = current->parent;
             goto outside;
         }
@@ -1005,7 +1014,7 @@ content: // After a `>`: text up to the next tag.
         }
         p = close + 1;
         if (*p == '/') {
-            p = SkipPast(p + 1, end, '>');
+            p = SkipEndTag(p + 1, end);
             current = current->parent;
             goto content;
         }
