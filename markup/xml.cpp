@@ -120,20 +120,25 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
 
 // Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
 // that follows another blank. Stops at the first byte that needs a closer look (or near the end).
+// The byte tests are the cheap kind that is exact only up to the first hit, and a borrow out of a
+// blank can make a `!` right after it look like one more blank, so the caller takes the byte it
+// stops at as a hint and looks again.
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-        constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
-        // Bit 7 of each byte of the result is set exactly when that byte of x is zero.
-        auto zeroBytes = [](std::uint64_t x) { return ~(((x & kLow7) + kLow7) | x | kLow7); };
+        constexpr std::uint64_t kHigh = kOnes * 0x80;
         const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
         std::uint64_t blankBefore = 0;
         while (end - q >= 8) {
             std::uint64_t x;
             std::memcpy(&x, q, 8);
-            const std::uint64_t blanks = zeroBytes(x ^ (kOnes * ' '));
-            const std::uint64_t trouble = zeroBytes(x & (kOnes * 0xE0)) | zeroBytes(x ^ stops) |
-                                          (blanks & ((blanks << 8) | blankBefore));
+            const std::uint64_t notBlank = x ^ (kOnes * ' ');
+            const std::uint64_t notStop = x ^ stops;
+            const std::uint64_t blanks = (notBlank - kOnes) & ~notBlank & kHigh;
+            const std::uint64_t trouble =
+                (((x - kOnes * 0x20) & ~x) | ((notStop - kOnes) & ~notStop) |
+                 (blanks & ((blanks << 8) | blankBefore))) &
+                kHigh;
             if (trouble) {
                 return q + std::countr_zero(trouble) / 8;
             }
