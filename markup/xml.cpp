@@ -150,8 +150,9 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
 }
 
 // Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
-// into one blank. Writes the terminating NUL and returns the new start.
-char* TrimValue(char* s, char* e, bool normalise) {
+// into one blank. Writes the terminating NUL and returns the new start. Bytes up to `readable`
+// (at or after e) may be looked at, so that the words of the scan need not stop short of e.
+char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     while (s < e && IsSpace(*s)) {
         ++s;
     }
@@ -161,8 +162,9 @@ char* TrimValue(char* s, char* e, bool normalise) {
     if (normalise) {
         // Up to the first byte that must change: a blank that is not a lone ' ' between words.
         char* r = s;
+        char* wordsEnd = readable - e > 7 ? e + 7 : readable;
         while (true) {
-            r = SkipPlainWords(r, e, '\0');
+            r = std::min(SkipPlainWords(r, wordsEnd, '\0'), e);
             if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
                 break;
             }
@@ -447,7 +449,8 @@ class XmlParser {
 public:
     XmlParser(XmlDocument& document, std::uint32_t options)
         : document_(document), options_(options),
-          growStep_(document.growStep == 0 ? 1 : document.growStep) {}
+          growStep_(document.growStep == 0 ? 1 : document.growStep),
+          readable_(document.text_ + document.length_) {}
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
@@ -546,7 +549,7 @@ private:
             *e = '\0';
             return s;
         }
-        return TrimValue(s, e, options_ & kXmlNormaliseSpace);
+        return TrimValue(s, e, options_ & kXmlNormaliseSpace, readable_);
     }
 
     // Cuts the value that starts at `p` and runs to the next `stop` byte (or the end), trimmed per
@@ -586,7 +589,7 @@ private:
             }
         }
         char* close = Find(q, end, stop);
-        value = TrimValue(p, close, options_ & kXmlNormaliseSpace);
+        value = TrimValue(p, close, options_ & kXmlNormaliseSpace, readable_);
         return close;
     }
 
@@ -596,6 +599,7 @@ private:
     XmlDocument& document_;
     std::uint32_t options_;
     std::uint32_t growStep_;
+    char* readable_; // the NUL after the document's text: every byte before it may be read
     char* poolNext_ = nullptr; // the free part of the newest pool block
     char* poolEnd_ = nullptr;
 
