@@ -104,10 +104,12 @@ inline char* SkipEndTag(char* p, char* end) {
     }
     return SkipPast(p, end, '>');
 }
-// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end.
+// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end. What it ends
+// is mostly a sentence or more, so the library's scan does all of the looking.
 char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
     while (true) {
-        p = Find(p, end, terminator[0]);
+        void* hit = std::memchr(p, terminator[0], static_cast<std::size_t>(end - p));
+        p = hit ? static_cast<char*>(hit) : end;
         if (end - p < 3) {
             return end;
         }
