@@ -47,32 +47,9 @@ inline char* SkipSpace(char* p) {
     }
     return p;
 }
-// Past the run of name bytes at `p`, which ends before `end` at the latest. Names are mostly
-// ASCII letters, so eight bytes at a time are let through while all of them are letters or bytes
-// from 128 up; anything else is looked up one byte at a time.
-inline char* SkipName(char* p, char* end) {
-    if constexpr (std::endian::native == std::endian::little) {
-        constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-        constexpr std::uint64_t kHigh = kOnes * 0x80;
-        while (end - p >= 8) {
-            std::uint64_t x;
-            std::memcpy(&x, p, 8);
-            // Folded to lower case, a letter is 0x61-0x7A: bit 7 of `from` is set from 0x61 up,
-            // bit 7 of `to` up to 0x7A. No byte carries into the next one.
-            const std::uint64_t folded = (x & ~kHigh) | (kOnes * 0x20);
-            const std::uint64_t from = folded + kOnes * (0x80 - 0x61);
-            const std::uint64_t to = ~(folded + kOnes * (0x80 - 0x7B));
-            const std::uint64_t other = ~((from & to) | x) & kHigh;
-            if (other == 0) {
-                p += 8;
-                continue;
-            }
-            p += std::countr_zero(other) / 8;
-            if (!IsNameByte(*p)) {
-                return p;
-            }
-            ++p;
-        }
+inline char* SkipName(char* p) {
+    while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
+        p += 4;
     }
     while (IsNameByte(*p)) {
         ++p;
@@ -98,7 +75,7 @@ inline char* SkipPast(char* p, char* end, char c) {
 // Just past the `>` that closes an end tag whose name starts at `p`: most often the byte straight
 // after the name.
 inline char* SkipEndTag(char* p, char* end) {
-    p = SkipName(p, end);
+    p = SkipName(p);
     if (*p == '>') {
         return p + 1;
     }
@@ -639,7 +616,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
         current = node;
     }
     char* name = p;
-    p = SkipName(p, end);
+    p = SkipName(p);
     char next = *p; // the byte that the cut overwrites, still to be looked at
     if (p == end) {
         return end;
@@ -662,7 +639,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             p = SkipSpace(p + 1);
         } else if (IsNameByte(c)) {
             char* word = p;
-            p = SkipName(p, end);
+            p = SkipName(p);
             next = *p;
             if (p == end) {
                 return end;
@@ -736,7 +713,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
 // Reads a declaration `<!NAME ...>` from the keyword on. Returns where parsing goes on (step 1).
 char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
     char* keyword = p;
-    p = SkipName(p, end);
+    p = SkipName(p);
     std::size_t length = static_cast<std::size_t>(p - keyword);
     XmlNodeKind kind = kXmlDtdEntity;
     if (length == 7 && std::memcmp(keyword, "ATTLIST", 7) == 0) {
@@ -762,7 +739,7 @@ char* XmlParser::Declaration(char* p, char* end, XmlNode* current) {
         }
         name = p - 1;
     }
-    p = SkipName(p, end);
+    p = SkipName(p);
     node->name = name;
     char next = *p;
     if (p == end) {
@@ -908,7 +885,7 @@ markup: // Just after a `<`.
 
 name: // The name of an element or instruction, then its attributes.
     current->name = p;
-    p = SkipName(p, end);
+    p = SkipName(p);
     c = *p;
     if (p == end) {
         return end;
@@ -927,7 +904,7 @@ name: // The name of an element or instruction, then its attributes.
     c = *p;
     while (IsNameByte(c)) {
         char* attributeName = p;
-        p = SkipName(p, end);
+        p = SkipName(p);
         char* nameEnd = p;
         p = SkipSpace(p);
         c = *p;
