@@ -10,10 +10,11 @@
 namespace corvid {
 namespace {
 
-enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2 };
+enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2, kValueStop = 4 };
 
 // Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
-// up so that names in any multi-byte code page stay whole.
+// up so that names in any multi-byte code page stay whole. A value's scan stops at NUL, whitespace,
+// either quote and `<`: any byte that may end the value or need trimming.
 constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     std::array<std::uint8_t, 256> table{};
     for (int c = 1; c <= 32; ++c) {
@@ -30,6 +31,12 @@ constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     for (int c = 128; c < 256; ++c) {
         table[c] = kNameByte;
     }
+    for (int c = 0; c <= 32; ++c) {
+        table[c] |= kValueStop;
+    }
+    table['"'] |= kValueStop;
+    table['\''] |= kValueStop;
+    table['<'] |= kValueStop;
     return table;
 }
 constexpr auto kByteClass = MakeByteClasses();
@@ -46,6 +53,24 @@ inline char* SkipSpace(char* p) {
         ++p;
     }
     return p;
+}
+// The first byte at or after `p` at which a value's scan stops; a NUL stops it at the latest.
+inline char* SkipValueBytes(char* p) {
+    while (true) {
+        if (kByteClass[static_cast<unsigned char>(p[0])] & kValueStop) {
+            return p;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[1])] & kValueStop) {
+            return p + 1;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[2])] & kValueStop) {
+            return p + 2;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[3])] & kValueStop) {
+            return p + 3;
+        }
+        p += 4;
+    }
 }
 inline char* SkipName(char* p) {
     while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
@@ -543,7 +568,7 @@ private:
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
-                q = SkipPlainWords(q, end, stop);
+                q = SkipValueBytes(q);
                 const auto c = static_cast<unsigned char>(*q);
                 if (c > 32 && c != static_cast<unsigned char>(stop)) {
                     ++q;
