@@ -565,6 +565,8 @@ private:
             value = p;
             return close;
         }
+        // Every byte that the scan passes lies above 32, so a blank met here always follows a
+        // word byte and the value can only end on one.
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
@@ -575,18 +577,13 @@ private:
                     continue;
                 }
                 if (c == static_cast<unsigned char>(stop) || c == 0) {
-                    if (q > p && q[-1] == ' ') {
-                        break; // a trailing blank
-                    }
                     *q = '\0';
                     value = p;
                     return q;
                 }
-                // A single blank between two words needs no work; anything else does. (The value
-                // starts with no blank, so a blank here has a byte before it.)
+                // A single blank between two words needs no work; anything else does.
                 const auto next = static_cast<unsigned char>(q[1]);
-                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
-                    IsSpace(q[-1])) {
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
                     break;
                 }
                 q += 2;
