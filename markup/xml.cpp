@@ -10,10 +10,11 @@
 namespace corvid {
 namespace {
 
-enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2 };
+enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2, kValueStop = 4 };
 
 // Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
-// up so that names in any multi-byte code page stay whole.
+// up so that names in any multi-byte code page stay whole. A value's scan stops at NUL, whitespace,
+// either quote and `<`: any byte that may end the value or need trimming.
 constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     std::array<std::uint8_t, 256> table{};
     for (int c = 1; c <= 32; ++c) {
@@ -30,6 +31,12 @@ constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     for (int c = 128; c < 256; ++c) {
         table[c] = kNameByte;
     }
+    for (int c = 0; c <= 32; ++c) {
+        table[c] |= kValueStop;
+    }
+    table['"'] |= kValueStop;
+    table['\''] |= kValueStop;
+    table['<'] |= kValueStop;
     return table;
 }
 constexpr auto kByteClass = MakeByteClasses();
@@ -46,6 +53,24 @@ inline char* SkipSpace(char* p) {
         ++p;
     }
     return p;
+}
+// The first byte at or after `p` at which a value's scan stops; a NUL stops it at the latest.
+inline char* SkipValueBytes(char* p) {
+    while (true) {
+        if (kByteClass[static_cast<unsigned char>(p[0])] & kValueStop) {
+            return p;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[1])] & kValueStop) {
+            return p + 1;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[2])] & kValueStop) {
+            return p + 2;
+        }
+        if (kByteClass[static_cast<unsigned char>(p[3])] & kValueStop) {
+            return p + 3;
+        }
+        p += 4;
+    }
 }
 inline char* SkipName(char* p) {
     while (IsNameByte(p[0]) && IsNameByte(p[1]) && IsNameByte(p[2]) && IsNameByte(p[3])) {
@@ -72,10 +97,21 @@ inline char* SkipPast(char* p, char* end, char c) {
     char* hit = Find(p, end, c);
     return hit == end ? end : hit + 1;
 }
-// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end.
+// Just past the `>` that closes an end tag whose name starts at `p`: most often the byte straight
+// after the name.
+inline char* SkipEndTag(char* p, char* end) {
+    p = SkipName(p);
+    if (*p == '>') {
+        return p + 1;
+    }
+    return SkipPast(p, end, '>');
+}
+// The first occurrence of a three-byte terminator (such as "-->" or "]]>"), or end. What it ends
+// is mostly a sentence or more, so the library's scan does all of the looking.
 char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
     while (true) {
-        p = Find(p, end, terminator[0]);
+        void* hit = std::memchr(p, terminator[0], static_cast<std::size_t>(end - p));
+        p = hit ? static_cast<char*>(hit) : end;
         if (end - p < 3) {
             return end;
         }
@@ -88,20 +124,25 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
 
 // Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
 // that follows another blank. Stops at the first byte that needs a closer look (or near the end).
+// The byte tests are the cheap kind that is exact only up to the first hit, and a borrow out of a
+// blank can make a `!` right after it look like one more blank, so the caller takes the byte it
+// stops at as a hint and looks again.
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-        constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
-        // Bit 7 of each byte of the result is set exactly when that byte of x is zero.
-        auto zeroBytes = [](std::uint64_t x) { return ~(((x & kLow7) + kLow7) | x | kLow7); };
+        constexpr std::uint64_t kHigh = kOnes * 0x80;
         const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
         std::uint64_t blankBefore = 0;
         while (end - q >= 8) {
             std::uint64_t x;
             std::memcpy(&x, q, 8);
-            const std::uint64_t blanks = zeroBytes(x ^ (kOnes * ' '));
-            const std::uint64_t trouble = zeroBytes(x & (kOnes * 0xE0)) | zeroBytes(x ^ stops) |
-                                          (blanks & ((blanks << 8) | blankBefore));
+            const std::uint64_t notBlank = x ^ (kOnes * ' ');
+            const std::uint64_t notStop = x ^ stops;
+            const std::uint64_t blanks = (notBlank - kOnes) & ~notBlank & kHigh;
+            const std::uint64_t trouble =
+                (((x - kOnes * 0x20) & ~x) | ((notStop - kOnes) & ~notStop) |
+                 (blanks & ((blanks << 8) | blankBefore))) &
+                kHigh;
             if (trouble) {
                 return q + std::countr_zero(trouble) / 8;
             }
@@ -113,8 +154,9 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
 }
 
 // Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
-// into one blank. Writes the terminating NUL and returns the new start.
-char* TrimValue(char* s, char* e, bool normalise) {
+// into one blank. Writes the terminating NUL and returns the new start. Bytes up to `readable`
+// (at or after e) may be looked at, so that the words of the scan need not stop short of e.
+char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     while (s < e && IsSpace(*s)) {
         ++s;
     }
@@ -124,8 +166,9 @@ char* TrimValue(char* s, char* e, bool normalise) {
     if (normalise) {
         // Up to the first byte that must change: a blank that is not a lone ' ' between words.
         char* r = s;
+        char* wordsEnd = readable - e > 7 ? e + 7 : readable;
         while (true) {
-            r = SkipPlainWords(r, e, '\0');
+            r = std::min(SkipPlainWords(r, wordsEnd, '\0'), e);
             if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
                 break;
             }
@@ -182,36 +225,26 @@ void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
                     nullptr};
 }
 
-// Where the parser takes grown arrays from: the document's pool. Tree building passes none and
-// uses the heap.
-struct PoolAllocator {
-    void* (*allocate)(void* context, std::size_t size);
-    void* context;
-};
-
-// Grows an array of pointers to `newCapacity` slots. The first slot may live inside the node, and
-// a pooled array is never freed on its own.
+// Grows a tree-building array of pointers by one slot. The first slot may live inside the node,
+// and an array from a parse's pool is never freed on its own.
 template <typename T>
-bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::uint32_t newCapacity,
-               T** inlineSlot, std::uint8_t& pooledArray, const PoolAllocator* pool) {
-    if (newCapacity <= capacity) {
+bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, T** inlineSlot,
+               std::uint8_t& pooledArray) {
+    if (capacity == UINT32_MAX) {
         return false;
     }
+    const std::uint32_t newCapacity = capacity + 1;
     const bool ownArray = array != nullptr && array != inlineSlot && !pooledArray;
     T** grown;
-    if (pool || !ownArray) {
-        grown = static_cast<T**>(pool ? pool->allocate(pool->context, sizeof(T*) * newCapacity)
-                                      : std::malloc(sizeof(T*) * newCapacity));
+    if (!ownArray) {
+        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
         if (!grown) {
             return false;
         }
         if (count > 0) {
             std::memcpy(grown, array, sizeof(T*) * count);
         }
-        if (ownArray) {
-            std::free(array);
-        }
-        pooledArray = pool != nullptr;
+        pooledArray = 0;
     } else {
         grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
         if (!grown) {
@@ -223,23 +256,10 @@ bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, std::ui
     return true;
 }
 
-// The parser grows an array to eight slots at least, and otherwise by the document's step or by
-// the present capacity, whichever is larger, so that a flat list of a million elements costs no
-// more than a deep one. Tree building (no pool) grows by exactly one slot.
-std::uint32_t Grown(std::uint32_t capacity, std::uint32_t growStep, const PoolAllocator* pool) {
-    const std::uint64_t step = growStep < 1 ? 1 : growStep;
-    std::uint64_t target = capacity + (pool ? std::max<std::uint64_t>(step, capacity) : 1);
-    if (pool && target < 8) {
-        target = 8;
-    }
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(target, UINT32_MAX));
-}
-
-bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const PoolAllocator* pool) {
+bool AddChild(XmlNode* parent, XmlNode* child) {
     if (parent->childCount == parent->childCapacity &&
         !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   Grown(parent->childCapacity, growStep, pool), &parent->firstChildSlot,
-                   parent->childrenPooled, pool)) {
+                   &parent->firstChildSlot, parent->childrenPooled)) {
         return false;
     }
     parent->children[parent->childCount++] = child;
@@ -247,12 +267,10 @@ bool AddChild(XmlNode* parent, XmlNode* child, std::uint32_t growStep, const Poo
     return true;
 }
 
-bool AddAttribute(XmlNode* node, XmlAttribute* attribute, std::uint32_t growStep,
-                  const PoolAllocator* pool) {
+bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
     if (node->attributeCount == node->attributeCapacity &&
         !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   Grown(node->attributeCapacity, growStep, pool), &node->firstAttributeSlot,
-                   node->attributesPooled, pool)) {
+                   &node->firstAttributeSlot, node->attributesPooled)) {
         return false;
     }
     node->attributes[node->attributeCount++] = attribute;
@@ -436,10 +454,7 @@ public:
     XmlParser(XmlDocument& document, std::uint32_t options)
         : document_(document), options_(options),
           growStep_(document.growStep == 0 ? 1 : document.growStep),
-          pool_{[](void* self, std::size_t size) {
-                    return static_cast<XmlParser*>(self)->Allocate(size);
-                },
-                this} {}
+          readable_(document.text_ + document.length_) {}
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
@@ -481,10 +496,13 @@ private:
             return nullptr;
         }
         InitNode(node, kind, true);
-        if (!AddChild(parent, node, growStep_, &pool_)) {
-            FreeNodeRecord(node);
+        if (parent->childCount == parent->childCapacity &&
+            !GrowPooled(parent->children, parent->childCount, parent->childCapacity,
+                        parent->childrenPooled)) {
             return nullptr;
         }
+        parent->children[parent->childCount++] = node;
+        node->parent = parent;
         return node;
     }
 
@@ -494,10 +512,40 @@ private:
             return nullptr;
         }
         *attribute = XmlAttribute{name, 1, value, 1, 1};
-        if (!AddAttribute(node, attribute, growStep_, &pool_)) {
+        if (node->attributeCount == node->attributeCapacity &&
+            !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
+                        node->attributesPooled)) {
             return nullptr;
         }
+        node->attributes[node->attributeCount++] = attribute;
         return attribute;
+    }
+
+    // Moves a full array of a node being parsed into the pool, grown to eight slots at least and
+    // otherwise by the document's step or by the present capacity, whichever is larger, so that a
+    // flat list of a million elements costs no more than a deep one. Arrays met here are always
+    // the node's own first slot or pooled ones.
+    template <typename T>
+    bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
+                    std::uint8_t& pooledArray) {
+        std::uint64_t target = capacity + std::max<std::uint64_t>(growStep_, capacity);
+        target = std::min<std::uint64_t>(std::max<std::uint64_t>(target, 8), UINT32_MAX);
+        if (target <= capacity) {
+            return false;
+        }
+        auto** grown = static_cast<T**>(Allocate(sizeof(T*) * target));
+        if (!grown) {
+            return false;
+        }
+        if (count == 1) {
+            grown[0] = array[0];
+        } else if (count > 1) {
+            std::memcpy(grown, array, sizeof(T*) * count);
+        }
+        array = grown;
+        capacity = static_cast<std::uint32_t>(target);
+        pooledArray = 1;
+        return true;
     }
 
     char* Trim(char* s, char* e, std::uint32_t flag) {
@@ -505,7 +553,7 @@ private:
             *e = '\0';
             return s;
         }
-        return TrimValue(s, e, options_ & kXmlNormaliseSpace);
+        return TrimValue(s, e, options_ & kXmlNormaliseSpace, readable_);
     }
 
     // Cuts the value that starts at `p` and runs to the next `stop` byte (or the end), trimmed per
@@ -517,35 +565,32 @@ private:
             value = p;
             return close;
         }
+        // Every byte that the scan passes lies above 32, so a blank met here always follows a
+        // word byte and the value can only end on one.
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
-                q = SkipPlainWords(q, end, stop);
+                q = SkipValueBytes(q);
                 const auto c = static_cast<unsigned char>(*q);
                 if (c > 32 && c != static_cast<unsigned char>(stop)) {
                     ++q;
                     continue;
                 }
                 if (c == static_cast<unsigned char>(stop) || c == 0) {
-                    if (q > p && q[-1] == ' ') {
-                        break; // a trailing blank
-                    }
                     *q = '\0';
                     value = p;
                     return q;
                 }
-                // A single blank between two words needs no work; anything else does. (The value
-                // starts with no blank, so a blank here has a byte before it.)
+                // A single blank between two words needs no work; anything else does.
                 const auto next = static_cast<unsigned char>(q[1]);
-                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
-                    IsSpace(q[-1])) {
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
                     break;
                 }
                 q += 2;
             }
         }
         char* close = Find(q, end, stop);
-        value = TrimValue(p, close, options_ & kXmlNormaliseSpace);
+        value = TrimValue(p, close, options_ & kXmlNormaliseSpace, readable_);
         return close;
     }
 
@@ -555,7 +600,7 @@ private:
     XmlDocument& document_;
     std::uint32_t options_;
     std::uint32_t growStep_;
-    PoolAllocator pool_;
+    char* readable_; // the NUL after the document's text: every byte before it may be read
     char* poolNext_ = nullptr; // the free part of the newest pool block
     char* poolEnd_ = nullptr;
 
@@ -844,7 +889,7 @@ markup: // Just after a `<`.
         }
         goto outside;
     case '/':
-        p = SkipPast(p, end, '>');
+        p = SkipEndTag(p + 1, end);
         current = current->parent;
         goto outside;
     default:
@@ -960,7 +1005,7 @@ content: // After a `>`: text up to the next tag.
     }
     if (*p == '<') {
         if (p[1] == '/') {
-            p = SkipPast(p + 2, end, '>');
+            p = SkipEndTag(p + 2, end);
             current = current->parent;
             goto outside;
         }
@@ -979,7 +1024,7 @@ content: // After a `>`: text up to the next tag.
         }
         p = close + 1;
         if (*p == '/') {
-            p = SkipPast(p + 1, end, '>');
+            p = SkipEndTag(p + 1, end);
             current = current->parent;
             goto content;
         }
@@ -1121,7 +1166,7 @@ XmlBranch XmlBranch::AppendChild(XmlNodeKind kind) const {
     child->nameInPlace = 0;
     child->valueInPlace = 0;
     MarkHeapBelow(node_);
-    if (!AddChild(node_, child, 1, nullptr)) {
+    if (!AddChild(node_, child)) {
         FreeNodeRecord(child);
         return {};
     }
@@ -1168,7 +1213,7 @@ XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
     *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
     if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
         !AssignString(attribute->value, attribute->valueInPlace, "") ||
-        !AddAttribute(node_, attribute, 1, nullptr)) {
+        !AddAttribute(node_, attribute)) {
         FreeAttribute(attribute);
         return nullptr;
     }
