@@ -59,7 +59,7 @@ endfunction()
 
 # corvid_add_fuzzer(name SOURCES ... [LIBS ...] [CORPUS dir])
 #   A libFuzzer target, built by the fuzz preset only. scripts/test runs every target listed in
-#   fuzzers.txt for a short while, starting from its seed corpus.
+#   fuzzers.txt (its program's path and its seed corpus) for a short while.
 function(corvid_add_fuzzer name)
     cmake_parse_arguments(F "" "CORPUS" "SOURCES;LIBS" ${ARGN})
     if(NOT CORVID_FUZZ)
@@ -71,7 +71,8 @@ function(corvid_add_fuzzer name)
     if(NOT F_CORPUS)
         set(F_CORPUS ${CMAKE_SOURCE_DIR}/fuzz/corpus/${name})
     endif()
-    set_property(GLOBAL APPEND PROPERTY CORVID_FUZZERS "fuzz_${name} ${F_CORPUS}")
+    set_property(GLOBAL APPEND PROPERTY CORVID_FUZZERS
+                 "${CMAKE_CURRENT_BINARY_DIR}/fuzz_${name} ${F_CORPUS}")
     get_property(all GLOBAL PROPERTY CORVID_FUZZERS)
     list(JOIN all "\n" lines)
     file(WRITE ${CMAKE_BINARY_DIR}/fuzzers.txt "${lines}\n")
