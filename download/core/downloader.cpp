@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <span>
 
 #include "download/core/file_io.h"
 #include "download/core/http_response.h"
@@ -886,10 +887,10 @@ void DownloadSession::finishSuccessfully() {
                 good = false;
                 break;
             }
-            hasher.update(buffer.data(), *got);
+            hasher.Update(std::span(reinterpret_cast<const std::uint8_t*>(buffer.data()), *got));
             offset += *got;
         }
-        if (good && hasher.finish() != *expected) {
+        if (good && hasher.Finish() != *expected) {
             // Which source lied cannot be told without per-piece hashes: every source that
             // wrote into the file is blamed, and the bytes are thrown away.
             for (auto& [id, source] : sources_) {

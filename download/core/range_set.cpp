@@ -87,7 +87,7 @@ void RangeSet::clear() {
 std::string FormatRangeMap(const RangeMapRecord& record) {
     std::string text(kMagic);
     text += "\nlength " + std::to_string(record.length) + "\nsha1 ";
-    text += record.sha1 ? Base32Encode(*record.sha1) : std::string("-");
+    text += record.sha1 ? library::ToBase32(*record.sha1) : std::string("-");
     text += "\nspans " + std::to_string(record.done.size()) + "\n";
     for (const ByteSpan& span : record.done) {
         text += std::to_string(span.begin) + " " + std::to_string(span.end) + "\n";

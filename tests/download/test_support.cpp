@@ -41,9 +41,7 @@ std::string RandomBytes(std::size_t size, std::uint32_t seed) {
 }
 
 std::string Sha1Urn(const std::string& content) {
-    Sha1 hasher;
-    hasher.update(content.data(), content.size());
-    return "urn:sha1:" + Base32Encode(hasher.finish());
+    return "urn:sha1:" + library::ToBase32(library::Sha1Of(content));
 }
 
 std::string ReadWholeFile(const std::string& path) {

@@ -47,7 +47,7 @@ TEST(Sha1Urn, FoundAnywhereInTheUrl) {
     const auto digest =
         FindSha1Urn("http://h:1/uri-res/N2R?urn:sha1:VGMT4NSHA2AWVOR6EVYXQUGCNSONBWE5");
     ASSERT_TRUE(digest);
-    EXPECT_EQ(Base32Encode(*digest), "VGMT4NSHA2AWVOR6EVYXQUGCNSONBWE5");
+    EXPECT_EQ(library::ToBase32(*digest), "VGMT4NSHA2AWVOR6EVYXQUGCNSONBWE5");
     EXPECT_TRUE(FindSha1Urn("/x?URN:SHA1:vgmt4nsha2awvor6evyxqugcnsonbwe5"));
     EXPECT_FALSE(FindSha1Urn("http://h/uri-res/N2R?urn:sha1:TOOSHORT"));
     EXPECT_FALSE(FindSha1Urn("http://h/file.bin"));
