@@ -2,6 +2,7 @@
 // fetches a file by its N2R address and browses A. What B learns is written into the engine's
 // texts and read back by the plug-in's own readers.
 #include "../library/temp_folder.h"
+#include "download/core/download_runner.h"
 #include "engine/core/browse_host.h"
 #include "engine/core/engine_text_sources.h"
 #include "engine/core/library_share_index.h"
@@ -15,7 +16,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -176,6 +179,32 @@ TEST_F(EndToEnd, SearchFetchAndBrowseBetweenTwoNodes) {
     const auto [head, body] = client.Get("/uri-res/N2R?urn:sha1:" + video->sha1);
     EXPECT_EQ(testing::HttpClient::Status(head), 200) << head;
     EXPECT_EQ(ToBase32(Sha1Of(body)), video->sha1);
+
+    // The download library fetches it too, from the URL the download page builds, and reports
+    // success only once the file hashes to the URN.
+    testing::TempFolder downloads;
+    const std::string target = (downloads.path() / "Holiday Video.avi").string();
+    std::promise<std::vector<download::EventCode>> downloadEnded;
+    std::vector<download::EventCode> downloadEvents;
+    download::DownloadRunner runner(target, download::DownloadOptions{});
+    runner.addSource("http://127.0.0.1:" + std::to_string(firstHit.port) +
+                     "/uri-res/N2R?urn:sha1:" + video->sha1);
+    ASSERT_TRUE(runner.start([&](const download::DownloadEvent& event) {
+        if (event.sourceId == 0) {
+            downloadEvents.push_back(event.code);
+        }
+        if (event.code == download::EventCode::Stopped) {
+            downloadEnded.set_value(downloadEvents);
+        }
+    }));
+    auto ended = downloadEnded.get_future();
+    ASSERT_EQ(ended.wait_for(kPatience), std::future_status::ready);
+    const auto events = ended.get();
+    EXPECT_NE(std::find(events.begin(), events.end(), download::EventCode::Succeeded),
+              events.end());
+    runner.finish(download::DownloadRunner::Finish::Close);
+    std::ifstream fetched(target, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(fetched), {}), video_);
 
     // B browses A: every shared file, each with its hash.
     std::promise<std::pair<std::vector<QueryHit>, std::string>> browsed;
