@@ -84,7 +84,7 @@ inline char* SkipName(char* p) {
 // The first `c` in [p, end), or end. Most of what the parser looks for is a few bytes away, so
 // the first bytes are looked at here before the library's scan takes over.
 inline char* Find(char* p, char* end, char c) {
-    for (char* near = p + 16 < end ? p + 16 : end; p < near; ++p) {
+    for (char* near = end - p > 16 ? p + 16 : end; p < near; ++p) {
         if (*p == c) {
             return p;
         }
