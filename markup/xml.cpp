@@ -548,6 +548,23 @@ private:
         return true;
     }
 
+    // A comment, CDATA or INCLUDE section whose text starts at `value` and runs to its
+    // terminator: kept as a node of `kind` when `keep` is among the options, and `p` moved past
+    // it. False, with `p` untouched, when no memory is left for the node.
+    bool Section(XmlNode* parent, char*& p, char* value, char* end, const char (&terminator)[4],
+                 XmlNodeKind kind, std::uint32_t keep, std::uint32_t trim) {
+        char* close = FindTerminator(value, end, terminator);
+        if (options_ & keep) {
+            XmlNode* node = Append(parent, kind);
+            if (!node) {
+                return false;
+            }
+            node->value = Trim(value, close, trim);
+        }
+        p = close == end ? end : close + 3;
+        return true;
+    }
+
     char* Trim(char* s, char* e, std::uint32_t flag) {
         if (!(options_ & flag)) {
             *e = '\0';
@@ -829,45 +846,26 @@ markup: // Just after a `<`.
     case '!':
         ++p;
         if (p[0] == '-' && p[1] == '-') {
-            char* value = p + 2;
-            char* close = FindTerminator(value, end, "-->");
-            if (options_ & kXmlParseComments) {
-                node = Append(current, kXmlComment);
-                if (!node) {
-                    stopped = true;
-                    return p;
-                }
-                node->value = Trim(value, close, kXmlTrimComments);
+            if (!Section(current, p, p + 2, end, "-->", kXmlComment, kXmlParseComments,
+                         kXmlTrimComments)) {
+                stopped = true;
+                return p;
             }
-            p = close == end ? end : close + 3;
             goto content;
         }
         if (p[0] == '[' && StartsWith(p + 1, "CDATA[")) {
-            char* value = p + 7;
-            char* close = FindTerminator(value, end, "]]>");
-            if (options_ & kXmlParseCData) {
-                node = Append(current, kXmlCData);
-                if (!node) {
-                    stopped = true;
-                    return p;
-                }
-                node->value = Trim(value, close, kXmlTrimCData);
+            if (!Section(current, p, p + 7, end, "]]>", kXmlCData, kXmlParseCData, kXmlTrimCData)) {
+                stopped = true;
+                return p;
             }
-            p = close == end ? end : close + 3;
             goto content;
         }
         if (p[0] == '[' && StartsWith(p + 1, "INCLUDE[")) {
-            char* value = p + 9;
-            char* close = FindTerminator(value, end, "]]>");
-            if (options_ & kXmlParseDocType) {
-                node = Append(current, kXmlInclude);
-                if (!node) {
-                    stopped = true;
-                    return p;
-                }
-                node->value = Trim(value, close, kXmlTrimCData);
+            if (!Section(current, p, p + 9, end, "]]>", kXmlInclude, kXmlParseDocType,
+                         kXmlTrimCData)) {
+                stopped = true;
+                return p;
             }
-            p = close == end ? end : close + 3;
             goto content;
         }
         if (p[0] == 'D') {
