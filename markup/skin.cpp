@@ -1,4 +1,5 @@
 #include "markup/skin.h"
+#include "platform/ascii.h"
 
 #include "markup/host_files.h"
 
@@ -37,19 +38,6 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
         }
     }
     return true;
-}
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
 }
 
 // Decimal text as the C library's atoi reads it, held to the range of an int.

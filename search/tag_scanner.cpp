@@ -1,4 +1,5 @@
 #include "search/tag_scanner.h"
+#include "platform/ascii.h"
 
 #include <bit>
 #include <climits>
@@ -77,14 +78,6 @@ std::string_view SkipBlanksAndSign(std::string_view text, bool& negative) {
         ++i;
     }
     return text.substr(i);
-}
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    const int folded = c | 0x20;
-    return folded >= 'a' && folded <= 'f' ? folded - 'a' + 10 : -1;
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "transfer/engine_events.h"
+#include "platform/ascii.h"
 
 #include "transfer/download_states.h"
 
@@ -20,15 +21,6 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
                return std::tolower(static_cast<unsigned char>(x)) ==
                       std::tolower(static_cast<unsigned char>(y));
            });
-}
-
-std::string_view Trim(std::string_view text) {
-    const auto blank = [](char c) { return c == ' ' || c == '\t'; };
-    while (!text.empty() && blank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && blank(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 bool IsAsciiAlnum(char c) {
@@ -180,7 +172,7 @@ std::vector<std::string> AltSourceUrls(std::string_view header, std::string_view
         std::string_view value = std::string_view(line).substr(separator + 2);
         while (urls.size() < kMaxAltSourcesPerHeader) {
             const auto comma = value.find(',');
-            if (const auto address = AltAddress(Trim(value.substr(0, comma)))) {
+            if (const auto address = AltAddress(TrimBlanks(value.substr(0, comma)))) {
                 auto url = "http://" + *address + "/uri-res/N2R?urn:sha1:" + std::string(sha1);
                 if (std::find(urls.begin(), urls.end(), url) == urls.end())
                     urls.push_back(std::move(url));

@@ -1,4 +1,5 @@
 #include "download/core/http_response.h"
+#include "platform/ascii.h"
 
 #include <algorithm>
 #include <cctype>
@@ -11,16 +12,6 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
                return std::tolower(static_cast<unsigned char>(x)) ==
                       std::tolower(static_cast<unsigned char>(y));
            });
-}
-
-std::string_view Trim(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 bool IsTokenChar(char c) {
@@ -63,18 +54,18 @@ std::optional<std::uint64_t> ParseDecimal(std::string_view value) {
 }
 
 std::optional<ContentRange> ParseContentRange(std::string_view value) {
-    value = Trim(value);
+    value = TrimBlanks(value);
     constexpr std::string_view unit = "bytes";
     if (value.size() <= unit.size() || !EqualsIgnoringCase(value.substr(0, unit.size()), unit)) {
         return std::nullopt;
     }
-    value = Trim(value.substr(unit.size()));
+    value = TrimBlanks(value.substr(unit.size()));
     const std::size_t slash = value.find('/');
     if (slash == std::string_view::npos) {
         return std::nullopt;
     }
-    const std::string_view span = Trim(value.substr(0, slash));
-    const std::string_view total = Trim(value.substr(slash + 1));
+    const std::string_view span = TrimBlanks(value.substr(0, slash));
+    const std::string_view total = TrimBlanks(value.substr(slash + 1));
     ContentRange range;
     if (total != "*") {
         range.total = ParseDecimal(total);
@@ -104,7 +95,7 @@ std::optional<ContentRange> ParseContentRange(std::string_view value) {
 }
 
 std::optional<std::uint32_t> ParseRetryAfterSeconds(std::string_view value) {
-    const auto seconds = ParseDecimal(Trim(value));
+    const auto seconds = ParseDecimal(TrimBlanks(value));
     if (!seconds) {
         return std::nullopt;
     }
@@ -290,7 +281,7 @@ bool HttpResponseParser::parseHead(std::string_view text) {
             return false;
         }
         const std::string_view name = line.substr(0, colon);
-        const std::string_view value = Trim(line.substr(colon + 1));
+        const std::string_view value = TrimBlanks(line.substr(colon + 1));
         head_.headers.emplace_back(std::string(name), std::string(value));
         head_.text.append(line).append("\r\n");
         if (EqualsIgnoringCase(name, "Content-Length")) {

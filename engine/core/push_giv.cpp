@@ -1,4 +1,5 @@
 #include "engine/core/push_giv.h"
+#include "platform/ascii.h"
 
 #include <charconv>
 #include <memory>
@@ -8,19 +9,6 @@ namespace {
 
 constexpr std::size_t kMaxGivLine = 4096;
 constexpr auto kGivTimeout = std::chrono::seconds(20);
-
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 } // namespace
 
@@ -70,8 +58,8 @@ GivParse ParseGiv(std::string_view bytes) {
         return parse;
     }
     for (std::size_t i = 0; i < 16; ++i) {
-        const int high = HexValue(line[2 * i]);
-        const int low = HexValue(line[2 * i + 1]);
+        const int high = HexDigit(line[2 * i]);
+        const int low = HexDigit(line[2 * i + 1]);
         if (high < 0 || low < 0) {
             return parse;
         }

@@ -1,4 +1,5 @@
 #include "engine/core/upload_protocol.h"
+#include "platform/ascii.h"
 
 #include "library/sha1.h"
 
@@ -35,16 +36,6 @@ bool ContainsNoCase(std::string_view text, std::string_view part) {
         }
     }
     return false;
-}
-
-std::string_view Trim(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 template <typename Number> bool ParseDecimal(std::string_view text, Number& value) {
@@ -207,7 +198,7 @@ HeadParse ParseRequestHead(std::string_view bytes) {
             return parse;
         }
         parse.request.headers.emplace_back(std::string(lines[i].substr(0, colon)),
-                                           std::string(Trim(lines[i].substr(colon + 1))));
+                                           std::string(TrimBlanks(lines[i].substr(colon + 1))));
     }
     parse.status = HeadStatus::Complete;
     parse.consumed = end + terminator;
@@ -220,22 +211,22 @@ RangeChoice ChooseRange(const std::string* rangeHeader, std::uint64_t fileSize) 
     if (!rangeHeader) {
         return choice;
     }
-    std::string_view text = Trim(*rangeHeader);
+    std::string_view text = TrimBlanks(*rangeHeader);
     if (!StartsWithNoCase(text, "bytes")) {
         return choice;
     }
-    text = Trim(text.substr(5));
+    text = TrimBlanks(text.substr(5));
     if (text.empty() || text.front() != '=') {
         return choice;
     }
-    text = Trim(text.substr(1));
-    text = Trim(text.substr(0, text.find(',')));
+    text = TrimBlanks(text.substr(1));
+    text = TrimBlanks(text.substr(0, text.find(',')));
     const std::size_t dash = text.find('-');
     if (dash == std::string_view::npos) {
         return choice;
     }
-    const std::string_view from = Trim(text.substr(0, dash));
-    const std::string_view to = Trim(text.substr(dash + 1));
+    const std::string_view from = TrimBlanks(text.substr(0, dash));
+    const std::string_view to = TrimBlanks(text.substr(dash + 1));
     std::uint64_t first = 0;
     std::uint64_t last = 0;
     if (from.empty()) {
@@ -336,7 +327,7 @@ UploadTarget ParseUploadTarget(std::string_view target) {
 }
 
 std::optional<std::string> NormalizeEndpoint(std::string_view text) {
-    text = Trim(text);
+    text = TrimBlanks(text);
     const std::size_t colon = text.find(':');
     const std::string_view address = text.substr(0, colon);
     unsigned port = 6346;
