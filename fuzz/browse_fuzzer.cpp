@@ -1,8 +1,8 @@
 // A browse answer and a GIV line come from the other end of a connection: feed them in two
 // pieces, split where the input says, and check the reader never claims more than it could hold.
 
-#include "engine/core/browse_host.h"
-#include "engine/core/push_giv.h"
+#include "engine/sharing/browse_host.h"
+#include "engine/sharing/push_giv.h"
 
 #include <cstddef>
 #include <cstdint>

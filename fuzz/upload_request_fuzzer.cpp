@@ -1,7 +1,7 @@
 // Upload requests come from any peer that connects: parse the head, then take every decision the
 // server would take on it, against an empty index.
 
-#include "engine/core/upload_protocol.h"
+#include "engine/sharing/upload_protocol.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-#include "engine/core/browse_host.h"
-#include "engine/core/upload_server.h"
+#include "engine/sharing/browse_host.h"
+#include "engine/sharing/upload_server.h"
 
 #include <gtest/gtest.h>
 

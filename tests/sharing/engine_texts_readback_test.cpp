@@ -1,6 +1,6 @@
 // The engine's texts read back by the plug-in's own tag scanner and result reader: whatever the
 // engine writes must come back as the same records, peer-supplied oddities included.
-#include "engine/core/engine_texts.h"
+#include "engine/sharing/engine_texts.h"
 #include "plugin_readers.h"
 #include "search/result_store.h"
 #include "search/search_result_reader.h"

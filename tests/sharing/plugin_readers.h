@@ -3,7 +3,7 @@
 // The hosts view's and the upload page's readings of the engine's texts, done with the plug-in's
 // own tag scanner in the order those views read them.
 
-#include "engine/core/upload_registry.h"
+#include "engine/sharing/upload_registry.h"
 #include "search/tag_scanner.h"
 
 #include <string>

@@ -1,5 +1,5 @@
-#include "engine/core/token_bucket.h"
-#include "engine/core/upload_registry.h"
+#include "engine/sharing/token_bucket.h"
+#include "engine/sharing/upload_registry.h"
 
 #include <gtest/gtest.h>
 

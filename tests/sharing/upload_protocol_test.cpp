@@ -1,5 +1,5 @@
 #include "../library/temp_folder.h"
-#include "engine/core/upload_protocol.h"
+#include "engine/sharing/upload_protocol.h"
 #include "library/sha1.h"
 
 #include <gtest/gtest.h>

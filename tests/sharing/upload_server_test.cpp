@@ -1,5 +1,5 @@
 #include "../library/temp_folder.h"
-#include "engine/core/upload_server.h"
+#include "engine/sharing/upload_server.h"
 #include "http_client.h"
 #include "library/sha1.h"
 

@@ -1,4 +1,4 @@
-#include "engine/core/engine_text_sources.h"
+#include "engine/sharing/engine_text_sources.h"
 
 namespace corvid::gnutella {
 

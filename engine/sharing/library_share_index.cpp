@@ -1,4 +1,4 @@
-#include "engine/core/library_share_index.h"
+#include "engine/sharing/library_share_index.h"
 
 #include <algorithm>
 

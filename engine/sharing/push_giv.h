@@ -4,7 +4,7 @@
 #pragma once
 
 #include "engine/core/descriptor.h"
-#include "engine/core/upload_server.h"
+#include "engine/sharing/upload_server.h"
 #include "library/file_index.h"
 
 #include <asio.hpp>

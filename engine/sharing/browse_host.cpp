@@ -1,6 +1,6 @@
-#include "engine/core/browse_host.h"
+#include "engine/sharing/browse_host.h"
 
-#include "engine/core/upload_protocol.h"
+#include "engine/sharing/upload_protocol.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/core/token_bucket.h"
-#include "engine/core/upload_protocol.h"
-#include "engine/core/upload_registry.h"
+#include "engine/sharing/token_bucket.h"
+#include "engine/sharing/upload_protocol.h"
+#include "engine/sharing/upload_registry.h"
 #include "library/file_index.h"
 
 #include <asio.hpp>

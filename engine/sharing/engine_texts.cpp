@@ -1,4 +1,4 @@
-#include "engine/core/engine_texts.h"
+#include "engine/sharing/engine_texts.h"
 
 #include <cstdio>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "engine/core/upload_server.h"
+#include "engine/sharing/upload_server.h"
 
 #include <zlib.h>
 

@@ -1,4 +1,4 @@
-#include "engine/core/upload_registry.h"
+#include "engine/sharing/upload_registry.h"
 
 #include <limits>
 

@@ -7,7 +7,7 @@
 // string that came from a peer goes through CleanText, and no peer can end an element early or
 // start one of its own.
 
-#include "engine/core/upload_registry.h"
+#include "engine/sharing/upload_registry.h"
 
 #include <cstdint>
 #include <span>

@@ -1,4 +1,4 @@
-#include "engine/core/push_giv.h"
+#include "engine/sharing/push_giv.h"
 #include "platform/ascii.h"
 
 #include <charconv>

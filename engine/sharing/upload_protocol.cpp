@@ -1,4 +1,4 @@
-#include "engine/core/upload_protocol.h"
+#include "engine/sharing/upload_protocol.h"
 #include "platform/ascii.h"
 
 #include "library/sha1.h"

@@ -1,4 +1,4 @@
-#include "engine/core/token_bucket.h"
+#include "engine/sharing/token_bucket.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "engine/core/descriptor.h"
-#include "engine/core/engine_texts.h"
+#include "engine/sharing/engine_texts.h"
 #include "engine/core/servent.h"
 
 #include <vector>
