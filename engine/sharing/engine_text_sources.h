@@ -2,8 +2,8 @@
 #pragma once
 
 #include "engine/core/descriptor.h"
-#include "engine/sharing/engine_texts.h"
 #include "engine/core/servent.h"
+#include "engine/sharing/engine_texts.h"
 
 #include <vector>
 

@@ -3,10 +3,10 @@
 // texts and read back by the plug-in's own readers.
 #include "../library/temp_folder.h"
 #include "download/core/download_runner.h"
+#include "engine/core/node.h"
 #include "engine/sharing/browse_host.h"
 #include "engine/sharing/engine_text_sources.h"
 #include "engine/sharing/library_share_index.h"
-#include "engine/core/node.h"
 #include "engine/sharing/push_giv.h"
 #include "engine/sharing/upload_server.h"
 #include "http_client.h"

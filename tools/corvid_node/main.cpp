@@ -4,9 +4,9 @@
 #include <iostream>
 #include <sstream>
 
+#include "engine/core/node.h"
 #include "engine/sharing/browse_host.h"
 #include "engine/sharing/library_share_index.h"
-#include "engine/core/node.h"
 #include "engine/sharing/push_giv.h"
 #include "engine/sharing/upload_server.h"
 #include "tools/corvid_node/arguments.h"
