@@ -3,14 +3,21 @@
 // keys they live under, which belong to Windows or to the host.
 
 #include "corvid_h.h"
+#include "platform/win/class_factory.h"
 #include "platform/win/com_error.h"
 #include "platform/win/handles.h"
-#include "server/class_factory.h"
-#include "server/module.h"
+#include "platform/win/module.h"
+#include "server/p2p_view_object.h"
 
 #include <string>
 
 namespace corvid::server {
+
+// Every class the server creates, and how.
+const win::CreatableClass kClasses[] = {
+    {&CLSID_P2PView, &P2PViewObject::Create},
+};
+
 namespace {
 
 constexpr wchar_t kClassDescription[] = L"P2PView Class";
@@ -88,7 +95,7 @@ HRESULT Unregister() {
 }
 
 HRESULT Register() {
-    const std::wstring path = ModulePath();
+    const std::wstring path = win::ModulePath();
     const std::wstring clsid = GuidText(CLSID_P2PView);
     const std::wstring classKey = L"CLSID\\" + clsid;
 
@@ -119,11 +126,11 @@ HRESULT Register() {
 } // namespace corvid::server
 
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
-    return corvid::server::GetClassFactory(clsid, iid, object);
+    return corvid::win::GetClassFactory(corvid::server::kClasses, clsid, iid, object);
 }
 
 STDAPI DllCanUnloadNow() {
-    return corvid::server::ModuleLockCount() == 0 ? S_OK : S_FALSE;
+    return corvid::win::ModuleLockCount() == 0 ? S_OK : S_FALSE;
 }
 
 STDAPI DllRegisterServer() {
