@@ -553,7 +553,8 @@ void Servent::AnswerQuery(Peer& peer, const Message& message, const Query& query
         if (hit.results.size() == kResultsPerHit || budget + cost > kHitPayloadBudget)
             flush();
         budget += cost;
-        hit.results.push_back({file.index, file.size, std::move(file.name), std::move(file.sha1)});
+        hit.results.push_back(
+            {file.index, file.size, std::move(file.name), std::move(file.sha1), "", {}});
     }
     flush();
 }

@@ -50,7 +50,7 @@ Bytes BrowseHitStream(const std::vector<library::SharedFile>& files, const Brows
             flush();
         }
         budget += cost;
-        hit.results.push_back({file.index, file.size, file.name, file.sha1});
+        hit.results.push_back({file.index, file.size, file.name, file.sha1, "", {}});
     }
     flush();
     return stream;

@@ -405,7 +405,7 @@ TEST_F(UltrapeerRouting, HitsGoBackTheirQuerysWayAndPushesFollowTheServent) {
     QueryHit hit;
     hit.port = 6346;
     hit.ip = 0x01020304;
-    hit.results.push_back({5, 100, "alpha two.ogg", ""});
+    hit.results.push_back({5, 100, "alpha two.ogg", "", "", {}});
     hit.flags.firewalled = true;
     hit.servent = Guid::Random(rng);
     net.RawSend(*b, b_id, Frame(guid, PayloadType::QueryHit, 5, 0, SerializeQueryHit(hit)));
