@@ -8,13 +8,16 @@ const char* const kUsage =
     "usage: corvid-node --listen IP:PORT [--ultrapeer|--leaf] [--connect HOST:PORT]...\n"
     "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache "
     "FILE]\n"
+    "                   [--firewalled]\n"
     "       corvid-node search --connect HOST:PORT... [--timeout SECONDS] [--sha1 BASE32]\n"
-    "                   [KEYWORD]...\n"
+    "                   [--download DIR] [KEYWORD]...\n"
     "       corvid-node browse HOST:PORT [--timeout SECONDS]\n"
-    "A share list has one file a line: size<TAB>sha1 or -<TAB>name.\n";
+    "A share list has one file a line: size<TAB>sha1 or -<TAB>name.\n"
+    "A listening port of 0 picks a free one; the line \"listening IP:PORT\" names it.\n";
 
 std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, std::string* error) {
     Arguments a;
+    bool listen_given = false;
     std::size_t i = 0;
     if (!args.empty() && args[0] == "search") {
         a.search = true;
@@ -41,11 +44,14 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
         if (arg == "--listen") {
             auto v = value(arg);
             auto ep = v ? gnutella::ParseEndpoint(*v, 0) : std::nullopt;
+            if (!ep && v && v->ends_with(":0"))
+                ep = gnutella::ParseEndpoint(v->substr(0, v->size() - 2), 0);
             if (!ep) {
                 *error = "--listen wants IP:PORT";
                 return std::nullopt;
             }
             a.listen = *ep;
+            listen_given = true;
         } else if (arg == "--connect") {
             auto v = value(arg);
             auto ep = v ? gnutella::ParseEndpoint(*v) : std::nullopt;
@@ -65,6 +71,13 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
             (arg == "--share-list"    ? a.share_list
              : arg == "--network-ini" ? a.network_ini
                                       : a.host_cache) = *v;
+        } else if (arg == "--firewalled") {
+            a.firewalled = true;
+        } else if (arg == "--download" && a.search) {
+            auto v = value(arg);
+            if (!v)
+                return std::nullopt;
+            a.download_dir = *v;
         } else if (arg == "--share") {
             auto v = value(arg);
             if (!v)
@@ -101,7 +114,7 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
         *error = "search needs keywords or --sha1";
         return std::nullopt;
     }
-    if (!a.search && !a.browse && a.listen.port == 0) {
+    if (!a.search && !a.browse && !listen_given) {
         *error = "--listen IP:PORT is required";
         return std::nullopt;
     }

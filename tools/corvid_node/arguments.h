@@ -24,6 +24,8 @@ struct Arguments {
     std::vector<std::string> keywords;
     std::vector<std::string> sha1s;
     int timeout_seconds = 5;
+    bool firewalled = false;  // hits say "push me": others reach our files only through a Push
+    std::string download_dir; // search: fetch the first result found into this folder
 };
 
 // Nothing, with *error set, when the command line does not make sense.
