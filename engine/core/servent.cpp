@@ -807,6 +807,20 @@ void Servent::Tick() {
     Settle();
 }
 
+bool Servent::WantsHosts() const {
+    int wanted = ultrapeer_ ? config_.network.ultrapeer_min_count : config_.network.peer_max_count;
+    return CountPeers(PeerKind::Ultrapeer) + CountPendingUltrapeers() < wanted &&
+           !hosts_.HasDialable(clock_());
+}
+
+std::string Servent::HostCacheText() const {
+    std::string text;
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing && peer->kind == PeerKind::Ultrapeer && peer->listen.IsValid())
+            text += peer->listen.ToString() + "\n";
+    return text + hosts_.Serialize();
+}
+
 void Servent::Shutdown() {
     for (auto& [id, peer] : peers_)
         Drop(*peer, 200, "Shutting down");

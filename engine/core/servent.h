@@ -137,6 +137,13 @@ public:
     void SetListen(const Endpoint& listen) { config_.listen = listen; }
     std::vector<PeerInfo> Peers() const;
     HostCache& hosts() { return hosts_; }
+    // Too few links and nobody left in the host cache to dial: time to ask the caches.
+    bool WantsHosts() const;
+    // The host cache as kept across runs, with the ultrapeers we are linked to first.
+    std::string HostCacheText() const;
+    // Ultrapeers worth telling others about: those we are linked to, then the host cache.
+    std::vector<Endpoint> TryHosts() const;
+    Pong OwnPong() const;
     const ServentStats& stats() const { return stats_; }
 
 private:
@@ -172,9 +179,7 @@ private:
     void LearnAddress(const HeaderBlock& block);
 
     std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;
-    std::vector<Endpoint> TryHosts() const;
     PeerInfo Describe(const Peer& peer) const;
-    Pong OwnPong() const;
     int CountPeers(PeerKind kind) const;
     int CountPendingUltrapeers() const;
     Peer* Find(PeerId id);

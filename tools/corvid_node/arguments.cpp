@@ -8,7 +8,7 @@ const char* const kUsage =
     "usage: corvid-node --listen IP:PORT [--ultrapeer|--leaf] [--connect HOST:PORT]...\n"
     "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache "
     "FILE]\n"
-    "                   [--firewalled]\n"
+    "                   [--firewalled] [--caches FILE]\n"
     "       corvid-node search --connect HOST:PORT... [--timeout SECONDS] [--sha1 BASE32]\n"
     "                   [--download DIR] [KEYWORD]...\n"
     "       corvid-node browse HOST:PORT [--timeout SECONDS]\n"
@@ -64,12 +64,14 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
             a.mode = gnutella::NodeMode::UltraPeer;
         } else if (arg == "--leaf") {
             a.mode = gnutella::NodeMode::LeafPeer;
-        } else if (arg == "--share-list" || arg == "--network-ini" || arg == "--host-cache") {
+        } else if (arg == "--share-list" || arg == "--network-ini" || arg == "--host-cache" ||
+                   arg == "--caches") {
             auto v = value(arg);
             if (!v)
                 return std::nullopt;
             (arg == "--share-list"    ? a.share_list
              : arg == "--network-ini" ? a.network_ini
+             : arg == "--caches"      ? a.cache_list
                                       : a.host_cache) = *v;
         } else if (arg == "--firewalled") {
             a.firewalled = true;

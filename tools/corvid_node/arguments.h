@@ -26,6 +26,7 @@ struct Arguments {
     int timeout_seconds = 5;
     bool firewalled = false;  // hits say "push me": others reach our files only through a Push
     std::string download_dir; // search: fetch the first result found into this folder
+    std::string cache_list;   // caches to ask when no host is known (none unless given)
 };
 
 // Nothing, with *error set, when the command line does not make sense.

@@ -117,6 +117,14 @@ int Run(const Arguments& args) {
     options.bind_address = asio::ip::address_v4(args.listen.ip);
     options.port = args.listen.port;
     options.host_cache_file = args.host_cache;
+    if (!args.cache_list.empty()) {
+        auto text = ReadFile(args.cache_list);
+        if (!text) {
+            std::cerr << "corvid-node: cannot read " << args.cache_list << "\n";
+            return 2;
+        }
+        options.caches = ParseCacheList(*text);
+    }
     options.servent.allow_private_addresses = !args.listen.IsRoutable();
     options.servent.firewalled = args.firewalled;
 
