@@ -544,4 +544,22 @@ void Node::OnDatagram(ByteView bytes, const asio::ip::udp::endpoint& from) {
                        [datagram](const asio::error_code&, std::size_t) {});
 }
 
+void Node::ConnectBack(const Endpoint& host) {
+    auto socket = std::make_shared<asio::ip::tcp::socket>(io_);
+    auto timer = std::make_shared<asio::steady_timer>(io_, options_.dial_timeout);
+    timer->async_wait([socket](const asio::error_code& ec) {
+        if (!ec) {
+            asio::error_code ignored;
+            socket->close(ignored);
+        }
+    });
+    // Being reached is the whole message; the connection ends at once.
+    socket->async_connect({asio::ip::address_v4(host.ip), host.port},
+                          [socket, timer](const asio::error_code&) {
+                              timer->cancel();
+                              asio::error_code ignored;
+                              socket->close(ignored);
+                          });
+}
+
 } // namespace corvid::gnutella

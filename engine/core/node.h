@@ -72,6 +72,7 @@ private:
     void Send(PeerId peer, Bytes bytes) override;
     void Close(PeerId peer) override;
     void Dial(const Endpoint& host) override;
+    void ConnectBack(const Endpoint& host) override;
 
     void Accept();
     void Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<Bytes> seen,
