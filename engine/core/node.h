@@ -24,6 +24,13 @@ struct NodeOptions {
     std::string host_cache_file; // empty: nothing kept across runs
 };
 
+// What one link has carried so far, for the hosts view.
+struct LinkTraffic {
+    std::uint64_t bytes_in = 0;
+    std::uint64_t bytes_out = 0;
+    std::chrono::steady_clock::time_point last_activity{};
+};
+
 class Node : private ServentTransport {
 public:
     // Receives the connections whose first bytes were not "GNUTELLA" ("GET ", "HEAD ", "GIV "):
@@ -48,6 +55,8 @@ public:
     }
     // Total bytes waiting in write queues: what slow readers cost us right now.
     std::size_t queued_bytes() const;
+    // Nothing once the link is gone.
+    std::optional<LinkTraffic> traffic(PeerId peer) const;
 
 private:
     struct Link;
