@@ -87,4 +87,14 @@ std::vector<int> ToolbarButtonChoices() {
     return choices;
 }
 
+std::vector<int> AvailableButtons(const std::vector<int>& current) {
+    std::vector<int> available;
+    for (int id : ToolbarButtonChoices()) {
+        if (std::find(current.begin(), current.end(), id) == current.end()) {
+            available.push_back(id);
+        }
+    }
+    return available;
+}
+
 } // namespace corvid::shell

@@ -57,5 +57,7 @@ std::vector<std::pair<std::string, int>> CommandStates(int currentPanel, bool on
 std::vector<int> BuiltinToolbarOrder();
 // Every button the customise dialog offers, in the built-in order, separators left out.
 std::vector<int> ToolbarButtonChoices();
+// The choices that `current` does not hold yet, in the order of the choices.
+std::vector<int> AvailableButtons(const std::vector<int>& current);
 
 } // namespace corvid::shell

@@ -81,5 +81,11 @@ TEST(ToolbarButtons, BuiltInOrderNamesOnlyCommandsAndSeparators) {
     }
 }
 
+TEST(ToolbarButtons, AvailableAreTheChoicesNotOnTheBar) {
+    EXPECT_EQ(AvailableButtons({}), ToolbarButtonChoices());
+    EXPECT_EQ(AvailableButtons(BuiltinToolbarOrder()), std::vector<int>{34003});
+    EXPECT_EQ(AvailableButtons({34003, 0, 12345}).size(), ToolbarButtonChoices().size() - 1);
+}
+
 } // namespace
 } // namespace corvid::shell
