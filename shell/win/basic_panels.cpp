@@ -161,8 +161,8 @@ private:
             return;
         }
         const std::vector<InfoLine> lines = ReadNetworkInfo(last_, site_.Language());
-        ::SetWindowTextA(note_, site_.Online() ? Text(site_, 36173).c_str()
-                                               : Text(site_, 36161).c_str());
+        ::SetWindowTextA(note_,
+                         site_.Online() ? Text(site_, 36173).c_str() : Text(site_, 36161).c_str());
         ::SendMessageA(list_, WM_SETREDRAW, FALSE, 0);
         const int rows = static_cast<int>(::SendMessageA(list_, LVM_GETITEMCOUNT, 0, 0));
         for (int row = rows; row > static_cast<int>(lines.size()); --row) {
@@ -235,8 +235,8 @@ private:
     void CopySelection() {
         std::string text;
         int row = -1;
-        while ((row = static_cast<int>(::SendMessageA(list_, LVM_GETNEXTITEM, row,
-                                                      LVNI_SELECTED))) >= 0) {
+        while ((row = static_cast<int>(
+                    ::SendMessageA(list_, LVM_GETNEXTITEM, row, LVNI_SELECTED))) >= 0) {
             char cell[1024];
             for (int column = 0; column < 2; ++column) {
                 LVITEMA item = {};

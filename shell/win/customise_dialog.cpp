@@ -42,8 +42,8 @@ std::optional<std::vector<int>> CustomiseDialog::Run(HWND owner) {
 
 HWND CustomiseDialog::CreateModeless(HWND owner) {
     modeless_ = true;
-    return ::CreateDialogParamA(win::ModuleHandle(), MAKEINTRESOURCEA(IDD_TOOLBAR_CUSTOMISE),
-                                owner, &Procedure, reinterpret_cast<LPARAM>(this));
+    return ::CreateDialogParamA(win::ModuleHandle(), MAKEINTRESOURCEA(IDD_TOOLBAR_CUSTOMISE), owner,
+                                &Procedure, reinterpret_cast<LPARAM>(this));
 }
 
 INT_PTR CALLBACK CustomiseDialog::Procedure(HWND dialog, UINT message, WPARAM wParam,

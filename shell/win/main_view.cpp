@@ -63,9 +63,9 @@ void InstallHostFolderFiles() {
 
 MainView::MainView(IUnknown* plugIn, UserPrompt& prompt) : plugIn_(plugIn), prompt_(prompt) {
     InstallHostFolderFiles();
-    engineSink_ = DispatchSink::Make(
-        DIID__IGnutellaEngineEvents,
-        [this](DISPID id, DISPPARAMS* params) { OnEngineEvent(id, params); });
+    engineSink_ =
+        DispatchSink::Make(DIID__IGnutellaEngineEvents,
+                           [this](DISPID id, DISPPARAMS* params) { OnEngineEvent(id, params); });
     hostSink_ = DispatchSink::Make(DIID__ITarvoHostEvents, [this](DISPID id, DISPPARAMS*) {
         if (id == 1) {
             OnHostChanged();
@@ -477,8 +477,8 @@ HWND MainView::Toolbar(HWND parent) {
 }
 
 void MainView::CustomiseToolbar() {
-    std::vector<int> current = toolbar_ ? toolbar_->order()
-                                        : LoadToolbarOrder().value_or(BuiltinToolbarOrder());
+    std::vector<int> current =
+        toolbar_ ? toolbar_->order() : LoadToolbarOrder().value_or(BuiltinToolbarOrder());
     CustomiseDialog dialog(std::move(current));
     const std::optional<std::vector<int>> chosen = dialog.Run(hwnd());
     if (!chosen) {
@@ -743,9 +743,9 @@ void MainView::ShutDown() {
         for (std::size_t i = tabStrip_->Count(); i > 0; --i) {
             Panel* panel = tabStrip_->At(i - 1);
             tabStrip_->Remove(panel);
-            auto found =
-                std::find_if(panels_.begin(), panels_.end(),
-                             [&](const OpenPanel& open) { return open.panel.get() == panel; });
+            auto found = std::find_if(panels_.begin(), panels_.end(), [&](const OpenPanel& open) {
+                return open.panel.get() == panel;
+            });
             if (found != panels_.end()) {
                 found->panel.reset();
                 panels_.erase(found);

@@ -29,8 +29,8 @@ HBITMAP SkinPainter::Bitmap(const std::string& path) {
     if (found != bitmaps_.end()) {
         return found->second;
     }
-    auto bitmap = static_cast<HBITMAP>(
-        ::LoadImageA(nullptr, path.c_str(), IMAGE_BITMAP, 0, 0, LR_LOADFROMFILE | LR_CREATEDIBSECTION));
+    auto bitmap = static_cast<HBITMAP>(::LoadImageA(nullptr, path.c_str(), IMAGE_BITMAP, 0, 0,
+                                                    LR_LOADFROMFILE | LR_CREATEDIBSECTION));
     bitmaps_[path] = bitmap;
     return bitmap;
 }

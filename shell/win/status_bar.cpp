@@ -24,10 +24,10 @@ StatusBar::~StatusBar() {
 }
 
 bool StatusBar::Create(HWND parent) {
-    hwnd_ = ::CreateWindowExA(0, STATUSCLASSNAMEA, "",
-                              WS_CHILD | WS_VISIBLE | SBARS_TOOLTIPS | CCS_NOPARENTALIGN |
-                                  CCS_NORESIZE,
-                              0, 0, 100, 22, parent, nullptr, win::ModuleHandle(), nullptr);
+    hwnd_ =
+        ::CreateWindowExA(0, STATUSCLASSNAMEA, "",
+                          WS_CHILD | WS_VISIBLE | SBARS_TOOLTIPS | CCS_NOPARENTALIGN | CCS_NORESIZE,
+                          0, 0, 100, 22, parent, nullptr, win::ModuleHandle(), nullptr);
     if (!hwnd_) {
         return false;
     }
@@ -36,8 +36,8 @@ bool StatusBar::Create(HWND parent) {
         widths_[i] = kStatusPanes[i].width;
     }
     ApplyWidths();
-    images_ = ::ImageList_LoadImageA(win::ModuleHandle(), MAKEINTRESOURCEA(IDB_STATUS_ICONS), 16,
-                                     0, RGB(255, 0, 255), IMAGE_BITMAP, LR_CREATEDIBSECTION);
+    images_ = ::ImageList_LoadImageA(win::ModuleHandle(), MAKEINTRESOURCEA(IDB_STATUS_ICONS), 16, 0,
+                                     RGB(255, 0, 255), IMAGE_BITMAP, LR_CREATEDIBSECTION);
     for (const StatusPaneSpec& pane : kStatusPanes) {
         SetPaneIcon(pane.id, pane.icon);
     }

@@ -8,11 +8,11 @@ namespace corvid::shell {
 
 namespace {
 
-constexpr int kTabPadding = 14;   // blank beside the title, each side
-constexpr int kCloseBox = 16;     // the close glyph of a closable tab
-constexpr int kButtonGap = 4;     // between push buttons
-constexpr int kStripMargin = 4;   // before the first tab
-constexpr int kRaise = 3;         // how much taller the selected tab is
+constexpr int kTabPadding = 14; // blank beside the title, each side
+constexpr int kCloseBox = 16;   // the close glyph of a closable tab
+constexpr int kButtonGap = 4;   // between push buttons
+constexpr int kStripMargin = 4; // before the first tab
+constexpr int kRaise = 3;       // how much taller the selected tab is
 
 } // namespace
 
@@ -183,8 +183,8 @@ void TabStrip::Paint(HDC dc) {
         if (!settings_.pushLike && selected) {
             // The selected tab opens into its panel: no border on that side.
             HBRUSH brush = ::CreateSolidBrush(SkinToColorRef(state.backColor, COLOR_WINDOW));
-            RECT gap = {inner.left, settings_.firstPosition ? inner.bottom : rect.top,
-                        inner.right, settings_.firstPosition ? rect.bottom : inner.top};
+            RECT gap = {inner.left, settings_.firstPosition ? inner.bottom : rect.top, inner.right,
+                        settings_.firstPosition ? rect.bottom : inner.top};
             ::FillRect(dc, &gap, brush);
             ::DeleteObject(brush);
         }

@@ -22,8 +22,8 @@ std::optional<std::vector<int>> LoadToolbarOrder() {
         BYTE data[20] = {};
         DWORD dataLength = sizeof data;
         DWORD type = 0;
-        const LONG status = ::RegEnumValueA(key.get(), index, name, &nameLength, nullptr, &type,
-                                            data, &dataLength);
+        const LONG status =
+            ::RegEnumValueA(key.get(), index, name, &nameLength, nullptr, &type, data, &dataLength);
         if (status == ERROR_MORE_DATA) {
             continue; // a name or value too long for the buffers is not one of ours
         }
@@ -52,9 +52,9 @@ bool SaveToolbarOrder(const std::vector<int>& order) {
     bool written = true;
     for (const ToolbarValue& value : ToolbarValuesFromOrder(order)) {
         const DWORD data = value.data;
-        written &= ::RegSetValueExA(key.get(), value.name.c_str(), 0, REG_DWORD,
-                                    reinterpret_cast<const BYTE*>(&data), sizeof data) ==
-                   ERROR_SUCCESS;
+        written &=
+            ::RegSetValueExA(key.get(), value.name.c_str(), 0, REG_DWORD,
+                             reinterpret_cast<const BYTE*>(&data), sizeof data) == ERROR_SUCCESS;
     }
     return written;
 }
