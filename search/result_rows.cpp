@@ -261,6 +261,26 @@ int ResultRows::PositionOf(const ResultRow& row) const {
     return found == rows_.end() ? -1 : static_cast<int>(found - rows_.begin());
 }
 
+int ResultRows::FindByName(std::string_view prefix, std::size_t start) const {
+    if (rows_.empty()) {
+        return -1;
+    }
+    for (std::size_t n = 0; n < rows_.size(); ++n) {
+        const std::size_t at = (start + n) % rows_.size();
+        const ResultRow& row = rows_[at];
+        const std::size_t index = row.source < 0 ? 0 : static_cast<std::size_t>(row.source);
+        if (index >= row.group->sources.size()) {
+            continue;
+        }
+        const std::string_view name = row.group->sources[index].name;
+        if (name.size() >= prefix.size() &&
+            CompareText(name.substr(0, prefix.size()), prefix) == 0) {
+            return static_cast<int>(at);
+        }
+    }
+    return -1;
+}
+
 bool ResultRows::CanExpand(std::size_t position) const {
     const ResultRow row = Row(position);
     return row.group && row.source == -1 && row.group->sources.size() >= 2;

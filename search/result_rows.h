@@ -78,6 +78,10 @@ public:
     // Every group of the store, in sort order, shown or not.
     const std::vector<ResultGroup*>& Groups() const { return groups_; }
 
+    // Type-ahead in the list: the first row from `start` on, wrapping round, whose name begins
+    // with `prefix` (ASCII case ignored); -1 when none does.
+    int FindByName(std::string_view prefix, std::size_t start) const;
+
     // A group row can open when its group has two or more sources.
     bool CanExpand(std::size_t position) const;
     bool IsExpanded(const ResultGroup* group) const { return expanded_.contains(group); }

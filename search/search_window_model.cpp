@@ -145,6 +145,27 @@ std::vector<PropertyField> SourceProperties(const ResultGroup& group, int source
     return fields;
 }
 
+std::string RowsAsText(const ResultRows& rows, std::span<const int> positions) {
+    std::vector<int> sorted(positions.begin(), positions.end());
+    std::sort(sorted.begin(), sorted.end());
+    std::string text;
+    for (int position : sorted) {
+        const ResultRow row =
+            position >= 0 ? rows.Row(static_cast<std::size_t>(position)) : ResultRow{};
+        if (!row.group) {
+            continue;
+        }
+        for (std::size_t i = 0; i < kResultColumns.size(); ++i) {
+            if (i > 0) {
+                text += '\t';
+            }
+            text += CellText(*row.group, row.source, kResultColumns[i]);
+        }
+        text += "\r\n";
+    }
+    return text;
+}
+
 std::string SearchWindowTitle(std::string_view keywords, int count) {
     return std::string(keywords) + " (" + std::to_string(count) + ")";
 }

@@ -101,6 +101,10 @@ struct PropertyField {
 };
 std::vector<PropertyField> SourceProperties(const ResultGroup& group, int sourceIndex);
 
+// The rows at these positions as text for the clipboard: one line per row in list order, its
+// cells in column order separated by tabs, each line ended by CR LF.
+std::string RowsAsText(const ResultRows& rows, std::span<const int> positions);
+
 // A search window's tab title: its key words and its count of distinct files, "words (N)".
 std::string SearchWindowTitle(std::string_view keywords, int count);
 

@@ -15,6 +15,7 @@
 #include <windowsx.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <set>
 #include <span>
@@ -240,6 +241,61 @@ bool ResultWindow::Create(HWND parent) {
 
 std::string ResultWindow::Title() const {
     return SearchWindowTitle(keywords_, model_.Store().Count());
+}
+
+void ResultWindow::OnShow(bool shown) {
+    if (shown && hwnd()) {
+        site_.SetStatusCounter(shell::kPaneResults, model_.Store().Count());
+    }
+}
+
+bool ResultWindow::OnEditCommand(const std::string& name) {
+    if (!hwnd()) {
+        return false;
+    }
+    if (::GetFocus() == filter_) {
+        if (name == "p2p_cut") {
+            ::SendMessageA(filter_, WM_CUT, 0, 0);
+        } else if (name == "p2p_copy") {
+            ::SendMessageA(filter_, WM_COPY, 0, 0);
+        } else if (name == "p2p_paste") {
+            ::SendMessageA(filter_, WM_PASTE, 0, 0);
+        } else if (name == "p2p_selectall") {
+            ::SendMessageA(filter_, EM_SETSEL, 0, -1);
+        } else {
+            return false;
+        }
+        return true;
+    }
+    if (name == "p2p_selectall") {
+        LVITEMA all = {};
+        all.stateMask = LVIS_SELECTED;
+        all.state = LVIS_SELECTED;
+        ::SendMessageA(list_, LVM_SETITEMSTATE, static_cast<WPARAM>(-1),
+                       reinterpret_cast<LPARAM>(&all));
+        return true;
+    }
+    if (name == "p2p_copy") {
+        const std::string text = RowsAsText(model_.Rows(), SelectedPositions());
+        if (text.empty() || !::OpenClipboard(hwnd())) {
+            return true;
+        }
+        ::EmptyClipboard();
+        if (HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, text.size() + 1)) {
+            if (void* bytes = ::GlobalLock(memory)) {
+                std::memcpy(bytes, text.c_str(), text.size() + 1);
+                ::GlobalUnlock(memory);
+                if (!::SetClipboardData(CF_TEXT, memory)) {
+                    ::GlobalFree(memory);
+                }
+            } else {
+                ::GlobalFree(memory);
+            }
+        }
+        ::CloseClipboard();
+        return true;
+    }
+    return false;
 }
 
 void ResultWindow::OnSettingsChanged() {
@@ -689,6 +745,21 @@ LRESULT ResultWindow::OnNotify(NMHDR* header) {
             lstrcpynA(tip->pszText, text.c_str(), tip->cchTextMax);
         }
         return 0;
+    }
+    case LVN_ODFINDITEMA:
+    case LVN_ODFINDITEMW: {
+        // Some list views send the wide form whatever their parent speaks.
+        const auto* find = reinterpret_cast<NMLVFINDITEMA*>(header);
+        if (!(find->lvfi.flags & (LVFI_STRING | LVFI_PARTIAL)) || !find->lvfi.psz) {
+            return -1;
+        }
+        const std::string prefix =
+            header->code == LVN_ODFINDITEMW
+                ? win::ToAnsi(reinterpret_cast<const NMLVFINDITEMW*>(header)->lvfi.psz,
+                              ::lstrlenW(reinterpret_cast<const NMLVFINDITEMW*>(header)->lvfi.psz))
+                : std::string(find->lvfi.psz);
+        return model_.Rows().FindByName(prefix.c_str(),
+                                        static_cast<std::size_t>(std::max(0, find->iStart)));
     }
     case LVN_COLUMNCLICK: {
         const auto* click = reinterpret_cast<NMLISTVIEW*>(header);

@@ -76,6 +76,8 @@ public:
     bool Create(HWND parent) override;
     HWND Window() const override { return hwnd(); }
     std::string Title() const override;
+    void OnShow(bool shown) override;
+    bool OnEditCommand(const std::string& name) override;
     void OnSettingsChanged() override;
     void ApplyLanguage() override;
     std::string SearchKeywords() const override { return keywords_; }

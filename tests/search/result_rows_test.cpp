@@ -206,5 +206,14 @@ TEST_F(ResultRowsTest, FilterAndHiddenDownloadsNarrowWithoutLosingGroups) {
     EXPECT_EQ(rows_.Groups().size(), 4u);
 }
 
+TEST_F(ResultRowsTest, TypeAheadFindsNamesFromTheStartRowOnAndWrapsRound) {
+    rows_.Expand(1);
+    EXPECT_EQ(rows_.FindByName("B", 0), 1);
+    EXPECT_EQ(rows_.FindByName("b.MP", 2), 2); // a source row carries the name too
+    EXPECT_EQ(rows_.FindByName("a", 3), 0);
+    EXPECT_EQ(rows_.FindByName("zz", 0), -1);
+    EXPECT_EQ(ResultRows().FindByName("a", 0), -1);
+}
+
 } // namespace
 } // namespace corvid

@@ -168,6 +168,21 @@ TEST(SearchWindowModelTest, BrowseAndPropertiesTakeTheFirstSelectedRow) {
     EXPECT_EQ(fields[kColumnSha1], "SA");
 }
 
+TEST(SearchWindowModelTest, CopiedRowsAreTabSeparatedLinesInListOrder) {
+    SearchWindowModel model;
+    model.OnResultText(Text("10.0.0.1", {{"a.mp3", "1234", "SA", "3"}, {"b.zip", "5", "SB", "4"}}),
+                       nullptr, nullptr);
+    model.Refresh(true);
+    model.Rows().SetSort(kColumnName, true);
+    model.Rows().Sort();
+    EXPECT_EQ(RowsAsText(model.Rows(), std::vector<int>{1, 0, 9}),
+              "a.mp3\t1,234\t10.0.0.1\t6346\t3\t \tAudio\tCRVD\t350\tSA\tYes\t\t\t"
+              "0123456789ABCDEF\t\r\n"
+              "b.zip\t5\t10.0.0.1\t6346\t4\t \tPackage\tCRVD\t350\tSB\tYes\t\t\t"
+              "0123456789ABCDEF\t\r\n");
+    EXPECT_EQ(RowsAsText(model.Rows(), std::vector<int>{}), "");
+}
+
 TEST(SearchWindowModelTest, ClearEmptiesListAndStoreButKeepsTheLimit) {
     SearchWindowModel model;
     RecordingSearch search;

@@ -57,6 +57,51 @@ public:
     int stops = 0;
 };
 
+// An engine that only browses: BrowseHost hands out a FakeSearch and remembers the address.
+class FakeEngine : public win::ComObject<FakeEngine, IGnutellaEngine> {
+public:
+    HRESULT STDMETHODCALLTYPE Connect() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Disconnect() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR, BSTR, long, long, long, long,
+                                           IGnutellaSearch** search) override {
+        *search = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch** search) override {
+        *search = nullptr;
+        return E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE GetNodeCount(long* count) override {
+        *count = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR address, IGnutellaSearch** browse) override {
+        browsed.push_back(win::BstrToAnsi(address));
+        lastBrowse = FakeSearch::Make();
+        lastBrowse->AddRef();
+        *browse = lastBrowse.get();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** uploads) override {
+        *uploads = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetNetworkInfo(BSTR* text) override {
+        *text = nullptr;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetHostsInfo(BSTR* text) override {
+        *text = nullptr;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE ConnectNode(BSTR) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE DisconnectNode(BSTR) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE ReloadSettings() override { return S_OK; }
+
+    std::vector<std::string> browsed;
+    win::ComPtr<FakeSearch> lastBrowse;
+};
+
 class FakeFileManager : public win::ComObject<FakeFileManager, IFileManager> {
 public:
     HRESULT STDMETHODCALLTYPE AddSharedFolder(BSTR) override { return S_OK; }

@@ -334,6 +334,55 @@ TEST_F(ResultWindowTest, RefineNarrowsTheShownFilesWithoutTouchingTheStore) {
     EXPECT_EQ(Rows(), 5);
 }
 
+TEST_F(ResultWindowTest, EditCommandsAndTypeAhead) {
+    search->Deliver(HostText("10.0.0.1", {{"b.mp3", "300", "S1"}, {"a.mp3", "20", "S2"}}));
+    Tick();
+    ClickHeader(SubItemOf(kColumnName));
+    ::SetFocus(list);
+    EXPECT_TRUE(window->OnEditCommand("p2p_selectall"));
+    EXPECT_EQ(Selected(), (std::vector<int>{0, 1}));
+    EXPECT_TRUE(window->OnEditCommand("p2p_copy"));
+    ASSERT_TRUE(::OpenClipboard(nullptr));
+    HANDLE data = ::GetClipboardData(CF_TEXT);
+    const std::string copied = data ? static_cast<const char*>(::GlobalLock(data)) : "";
+    if (data) {
+        ::GlobalUnlock(data);
+    }
+    ::CloseClipboard();
+    EXPECT_EQ(copied, RowsAsText(window->Model().Rows(), std::vector<int>{0, 1}));
+    EXPECT_FALSE(window->OnEditCommand("p2p_paste"));
+
+    Select({0});
+    ::SendMessageA(list, WM_CHAR, 'B', 1);
+    EXPECT_EQ(Focused(), 1);
+}
+
+TEST(BrowseHostTabTest, BrowsesTheAddressAndListsEveryFileTheHostShares) {
+    FakePanelSite site;
+    auto engine = FakeEngine::Make();
+    EXPECT_EQ(search::MakeBrowseHostTab(site, "http://10.0.0.9:6346"), nullptr); // no engine
+    site.engine = engine.get();
+    EXPECT_EQ(search::MakeBrowseHostTab(site, "http://10.0.0.9"), nullptr);
+    EXPECT_TRUE(engine->browsed.empty());
+
+    std::unique_ptr<shell::Panel> tab = search::MakeBrowseHostTab(site, "http://10.0.0.9:6346");
+    ASSERT_TRUE(tab);
+    EXPECT_EQ(engine->browsed, std::vector<std::string>{"10.0.0.9:6346"});
+    ASSERT_TRUE(engine->lastBrowse);
+    EXPECT_EQ(engine->lastBrowse->starts, 1);
+    EXPECT_FALSE(tab->IsSearchWindow());
+    ASSERT_TRUE(site.Adopt(*tab));
+    HostEntry host;
+    host.type = "BrowseHost";
+    host.ip = "10.0.0.9";
+    engine->lastBrowse->Deliver(ResultText(
+        host, {{"notes.txt", "10", "S1"}, {"song.mp3", "20", "S2"}, {"setup.exe", "30", "S3"}}));
+    ::SendMessageA(tab->Window(), WM_TIMER, ResultWindow::kRefreshTimer, 0);
+    auto* window = static_cast<ResultWindow*>(tab.get());
+    EXPECT_EQ(ListView_GetItemCount(window->List()), 3);
+    EXPECT_EQ(tab->Title(), "http://10.0.0.9:6346 (3)");
+}
+
 TEST_F(ResultWindowTest, MenusHoldTheirCommandsInOrder) {
     const auto items = [](int menuId) {
         std::vector<UINT> ids;
