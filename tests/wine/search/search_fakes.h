@@ -57,15 +57,19 @@ public:
     int stops = 0;
 };
 
-// An engine that only browses: BrowseHost hands out a FakeSearch and remembers the address.
+// An engine that only searches and browses: both hand out a FakeSearch and remember what they
+// were asked.
 class FakeEngine : public win::ComObject<FakeEngine, IGnutellaEngine> {
 public:
     HRESULT STDMETHODCALLTYPE Connect() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Disconnect() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR, BSTR, long, long, long, long,
+    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR keywords, BSTR type, long, long, long, long,
                                            IGnutellaSearch** search) override {
-        *search = nullptr;
-        return E_NOTIMPL;
+        searched.push_back(win::BstrToAnsi(keywords) + "/" + win::BstrToAnsi(type));
+        lastSearch = FakeSearch::Make();
+        lastSearch->AddRef();
+        *search = lastSearch.get();
+        return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch** search) override {
         *search = nullptr;
@@ -98,6 +102,8 @@ public:
     HRESULT STDMETHODCALLTYPE DisconnectNode(BSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE ReloadSettings() override { return S_OK; }
 
+    std::vector<std::string> searched;
+    win::ComPtr<FakeSearch> lastSearch;
     std::vector<std::string> browsed;
     win::ComPtr<FakeSearch> lastBrowse;
 };
