@@ -1,0 +1,308 @@
+// The download page under Wine with the real Download.dll, fetching from nginx and corvid-node
+// peers on loopback (started by transfer_fixture.sh), driven through its toolbar and list.
+
+#include "tests/wine/support/fake_panel_site.h"
+#include "tests/wine/support/wine_test_support.h"
+#include "tests/wine/transfer/transfer_test_support.h"
+#include "transfer/safe_file_name.h"
+#include "transfer/win/download_panel.h"
+
+#include <commctrl.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <io.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+namespace corvid::transfer::testing {
+namespace {
+
+using corvid::testing::FakePanelSite;
+using corvid::testing::ListViewText;
+using corvid::testing::PumpUntil;
+using win::DownloadPanel;
+
+constexpr DWORD kTransferTimeout = 90000;
+
+class DownloadPanelTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(fixture.Ready()) << "CORVID_TRANSFER_FIXTURE names no fixture";
+        site.fileManager = files.get();
+        options.downloadFolder = FreshFolder("download");
+        options.tempFolder = FreshFolder("temp");
+        options.listFile = FreshFolder("list") + "\\Downloads.xml";
+        options.prompts = &prompts;
+        options.openFile = [this](const std::string& path) { opened.push_back(path); };
+        options.playInTheater = [this](const std::string& path) {
+            played.push_back(path);
+            return theaterTakes;
+        };
+    }
+    void TearDown() override { panel.reset(); }
+
+    void Open() {
+        panel = std::make_unique<DownloadPanel>(site, options);
+        ASSERT_TRUE(site.Adopt(*panel));
+        ASSERT_TRUE(panel->LibraryLoaded());
+        site.downloads = panel->Page();
+    }
+    HWND List() const { return panel->List(); }
+    void Command(int id) { ::SendMessageA(panel->Window(), WM_COMMAND, id, 0); }
+    int RowOf(const std::string& name) {
+        for (int row = 0; row < RowCount(List()); ++row)
+            if (Cell(List(), row, "Name") == name)
+                return row;
+        return -1;
+    }
+    std::string Status(const std::string& name) {
+        const int row = RowOf(name);
+        return row < 0 ? "<no row>" : Cell(List(), row, "Status");
+    }
+    bool WaitForStatus(const std::string& name, const std::string& prefix,
+                       DWORD timeout = kTransferTimeout) {
+        return PumpUntil([&] { return Status(name).rfind(prefix, 0) == 0; }, timeout);
+    }
+    int Progress(const std::string& name) {
+        const int row = RowOf(name);
+        return row < 0 ? -1 : std::atoi(Cell(List(), row, "Progress").c_str());
+    }
+    void Select(const std::string& name) {
+        SelectRow(List(), RowOf(name));
+        corvid::testing::PumpPending();
+    }
+    std::vector<std::string> LogLines() {
+        std::vector<std::string> lines;
+        for (int row = 0; row < RowCount(panel->LogList()); ++row)
+            lines.push_back(ListViewText(panel->LogList(), row, 1));
+        return lines;
+    }
+    std::string Partial(const std::string& name) {
+        return options.tempFolder + "\\" + name + ".part";
+    }
+    std::string Final(const std::string& name) { return options.downloadFolder + "\\" + name; }
+
+    Fixture fixture;
+    FakePanelSite site{"Corvid download page"};
+    corvid::win::ComPtr<FakeFileManager> files = FakeFileManager::Make();
+    RecordingPrompts prompts;
+    win::DownloadPanelOptions options;
+    std::unique_ptr<DownloadPanel> panel;
+    std::vector<std::string> opened;
+    std::vector<std::string> played;
+    bool theaterTakes = false;
+};
+
+TEST_F(DownloadPanelTest, FourSourcesCompleteTheFileWhichIsSharedAndRuns) {
+    Open();
+    const auto group = GroupOf(fixture, "big.bin", {"fast1", "fast2", "node1", "node2"});
+    ASSERT_TRUE(panel->Page()->StartDownload(group, false));
+    ASSERT_TRUE(PumpUntil([&] { return RowCount(List()) == 1; }));
+    EXPECT_EQ(Cell(List(), 0, "Host"), "multiple(4)");
+    EXPECT_EQ(Cell(List(), 0, "SHA1"), group.sha1);
+    EXPECT_EQ(Cell(List(), 0, "Size"), "3,145,728");
+
+    ASSERT_TRUE(WaitForStatus("big.bin", "Completed")) << Status("big.bin");
+    EXPECT_EQ(Cell(List(), 0, "Progress"), "100%");
+    EXPECT_EQ(ReadWholeFile(Final("big.bin")), ReadWholeFile(fixture.SharedFile("big.bin")));
+    EXPECT_FALSE(FileExists(Partial("big.bin")));
+    ASSERT_TRUE(PumpUntil([&] { return !files->shared.empty(); }));
+    EXPECT_EQ(files->shared, std::vector<std::string>{Final("big.bin")});
+    EXPECT_TRUE(PumpUntil([&] { return site.counters[shell::kPaneDownloading] == 0; }));
+
+    // Every source was asked: nginx logged both of its ports.
+    const auto log = fixture.AccessLog();
+    for (const char* port : {"fast1", "fast2"})
+        EXPECT_TRUE(std::any_of(log.begin(), log.end(), [&](const std::string& line) {
+            return line.rfind(std::to_string(fixture.Port(port)) + " ", 0) == 0 &&
+                   line.find(group.sha1) != std::string::npos;
+        })) << port;
+
+    // A double click runs the completed file: the theater first, the shell when it declines.
+    SelectRow(List(), 0);
+    NMITEMACTIVATE click = {};
+    click.hdr.hwndFrom = List();
+    click.hdr.idFrom = ::GetDlgCtrlID(List());
+    click.hdr.code = NM_DBLCLK;
+    click.iItem = 0;
+    ::SendMessageA(panel->Window(), WM_NOTIFY, click.hdr.idFrom, reinterpret_cast<LPARAM>(&click));
+    EXPECT_EQ(played, std::vector<std::string>{Final("big.bin")});
+    EXPECT_EQ(opened, std::vector<std::string>{Final("big.bin")});
+    theaterTakes = true;
+    Command(win::kDownloadRun);
+    EXPECT_EQ(opened.size(), 1u);
+    EXPECT_EQ(site.shownPanels, std::vector<int>{shell::kCmdTheater});
+    EXPECT_TRUE(prompts.questions.empty()) << "a completed file is run without asking";
+
+    // The same SHA1 again: the file-exists dialog, and still one row.
+    EXPECT_FALSE(panel->Page()->StartDownload(group, false));
+    EXPECT_EQ(prompts.fileExists,
+              std::vector<std::string>{"The file is already in downloading window:big.bin"});
+    corvid::testing::PumpPending();
+    EXPECT_EQ(RowCount(List()), 1);
+}
+
+TEST_F(DownloadPanelTest, StopKeepsThePartialFileRestartResumesAndDeleteRemovesIt) {
+    Open();
+    const auto group = GroupOf(fixture, "slow.bin", {"slow"});
+    ASSERT_TRUE(panel->Page()->StartDownload(group, true));
+    ASSERT_TRUE(PumpUntil([&] { return Progress("slow.bin") >= 2; }, kTransferTimeout))
+        << Status("slow.bin");
+    EXPECT_EQ(Status("slow.bin").rfind("Downloading(", 0), 0u) << Status("slow.bin");
+    EXPECT_TRUE(PumpUntil([&] { return site.counters[shell::kPaneDownloading] == 1; }));
+    ASSERT_TRUE(FileExists(Partial("slow.bin")));
+
+    // The log pane shows the source, its request and the response's lines.
+    Select("slow.bin");
+    EXPECT_EQ(TreeTexts(panel->Tree()), (std::vector<std::string>{"Grap/Log", "Source 1"}));
+    ASSERT_TRUE(PumpUntil([&] {
+        const auto lines = LogLines();
+        return std::find(lines.begin(), lines.end(), "Receiving data...") != lines.end();
+    }));
+    const auto lines = LogLines();
+    const auto has = [&](const std::string& prefix) {
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+    };
+    EXPECT_TRUE(has("Connecting... [127.0.0.1:" + std::to_string(fixture.Port("slow")) + "]"));
+    EXPECT_TRUE(has("Connection OK"));
+    EXPECT_TRUE(has("Send request"));
+    EXPECT_TRUE(has("GET /uri-res/N2R?urn:sha1:" + group.sha1));
+    EXPECT_TRUE(has("Received http header"));
+    EXPECT_TRUE(has("HTTP/1.1 20"));
+    EXPECT_TRUE(has("Retrieve file length 2097152 bytes"));
+    EXPECT_FALSE(ListViewText(panel->LogList(), 0, 0).empty()) << "each line has its time";
+
+    Command(win::kDownloadStop);
+    ASSERT_TRUE(WaitForStatus("slow.bin", "Stopped")) << Status("slow.bin");
+    EXPECT_TRUE(PumpUntil([&] { return site.counters[shell::kPaneDownloading] == 0; }));
+    ASSERT_TRUE(FileExists(Partial("slow.bin"))) << "a stopped download keeps its partial file";
+    EXPECT_TRUE(TreeTexts(panel->Tree()).empty()) << "the pane lets the stopped item go";
+
+    Select("slow.bin");
+    Command(win::kDownloadRestart);
+    ASSERT_TRUE(WaitForStatus("slow.bin", "Downloading(1/")) << Status("slow.bin");
+    ASSERT_TRUE(PumpUntil([&] { return Progress("slow.bin") >= 4; }, kTransferTimeout));
+
+    Select("slow.bin");
+    Command(win::kDownloadDelete);
+    ASSERT_EQ(prompts.questions.size(), 1u);
+    EXPECT_EQ(prompts.questions[0], "Tarvo|Are you sure to delete all selected items?");
+    ASSERT_TRUE(PumpUntil([&] { return RowCount(List()) == 0; }));
+    EXPECT_FALSE(FileExists(Partial("slow.bin"))) << "deleting an unfinished item removes it";
+    EXPECT_FALSE(FileExists(Final("slow.bin")));
+
+    // nginx logs a request when it ends: the restarted one asked for no byte the first run had.
+    std::vector<std::pair<long, long>> requests; // (range start, bytes sent)
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            requests.clear();
+            for (const auto& line : fixture.AccessLog()) {
+                const auto range = line.find("\"bytes=");
+                if (line.find(group.sha1) == std::string::npos || range == std::string::npos)
+                    continue;
+                const long sent = std::atol(line.c_str() + line.find(' ', line.find(' ') + 1) + 1);
+                requests.emplace_back(std::atol(line.c_str() + range + 7), sent);
+            }
+            return requests.size() >= 2;
+        },
+        30000));
+    EXPECT_EQ(requests[0].first, 0);
+    EXPECT_GT(requests[1].first, 0);
+    EXPECT_LE(requests[1].first, requests[0].second);
+}
+
+TEST_F(DownloadPanelTest, ClearCommandsTakeExactlyTheirStates) {
+    Open();
+    auto missing = GroupOf(fixture, "missing.bin", {"fast1"});
+    missing.sha1 = "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA";
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "small.bin", {"fast1"}), false));
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "slow.bin", {"slow"}), false));
+    ASSERT_TRUE(panel->Page()->StartDownload(missing, false));
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "big.bin", {"medium"}), false));
+    ASSERT_TRUE(WaitForStatus("small.bin", "Completed")) << Status("small.bin");
+    ASSERT_TRUE(WaitForStatus("missing.bin", "More sources needed")) << Status("missing.bin");
+    ASSERT_TRUE(PumpUntil([&] { return Progress("slow.bin") >= 1 && Progress("big.bin") >= 5; },
+                          kTransferTimeout));
+    // The counters follow message 2029, posted once the worker has finished each change.
+    EXPECT_TRUE(PumpUntil([&] { return site.counters[shell::kPaneDownloading] == 2; }))
+        << site.counters[shell::kPaneDownloading];
+    EXPECT_EQ(corvid::testing::WindowText(panel->Counter()), "Downloading items count: 2");
+
+    // The page mid-transfer, with the log of the slow source below it.
+    Select("slow.bin");
+    ASSERT_TRUE(PumpUntil([&] {
+        const auto lines = LogLines();
+        return std::find(lines.begin(), lines.end(), "Receiving data...") != lines.end();
+    }));
+    corvid::testing::SaveScreenshot("download-page");
+
+    Command(win::kDownloadStop);
+    ASSERT_TRUE(WaitForStatus("slow.bin", "Stopped"));
+    ASSERT_TRUE(FileExists(Partial("slow.bin")));
+
+    // Clear stopped takes the stopped item and the one that needs sources, and their files.
+    prompts.answerYes = false;
+    Command(win::kDownloadClearStopped);
+    corvid::testing::PumpPending();
+    EXPECT_EQ(RowCount(List()), 4) << "No keeps everything";
+    prompts.answerYes = true;
+    Command(win::kDownloadClearStopped);
+    ASSERT_TRUE(PumpUntil([&] { return RowCount(List()) == 2; }));
+    EXPECT_EQ(prompts.questions,
+              (std::vector<std::string>{"Tarvo|Are you sure to clear all stopped items?",
+                                        "Tarvo|Are you sure to clear all stopped items?"}));
+    EXPECT_EQ(RowOf("slow.bin"), -1);
+    EXPECT_EQ(RowOf("missing.bin"), -1);
+    EXPECT_FALSE(FileExists(Partial("slow.bin")));
+
+    // Clear completed takes the completed item only, and leaves its file where it is.
+    Command(win::kDownloadClearCompleted);
+    ASSERT_TRUE(PumpUntil([&] { return RowCount(List()) == 1; }));
+    EXPECT_EQ(prompts.questions.back(), "Tarvo|Are you sure to clear all completed items?");
+    EXPECT_EQ(RowOf("big.bin"), 0);
+    EXPECT_TRUE(Status("big.bin").rfind("Downloading(", 0) == 0) << Status("big.bin");
+    EXPECT_EQ(ReadWholeFile(Final("small.bin")), ReadWholeFile(fixture.SharedFile("small.bin")));
+
+    // The worker waits on the event of its documented name.
+    corvid::win::KernelHandle event(::OpenEventA(SYNCHRONIZE, FALSE, "CmdQueueEvent"));
+    EXPECT_TRUE(event);
+}
+
+TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
+    options.prompts = nullptr;
+    Open();
+    const auto group = GroupOf(fixture, "small.bin", {"fast2"});
+    ASSERT_TRUE(panel->Page()->StartDownload(group, false));
+    // The dialog is modal: another thread reads it and presses OK.
+    std::string shown;
+    std::thread closer([&] {
+        for (int tries = 0; tries < 400; ++tries) {
+            HWND dialog = ::FindWindowA("#32770", "Tarvo");
+            if (dialog) {
+                char text[512] = {};
+                ::GetDlgItemTextA(dialog, 3391, text, sizeof text);
+                shown = text;
+                ::PostMessageA(dialog, WM_COMMAND, IDOK, 0);
+                return;
+            }
+            ::Sleep(25);
+        }
+    });
+    EXPECT_FALSE(panel->Page()->StartDownload(group, false));
+    closer.join();
+    EXPECT_EQ(shown, "The file is already in downloading window:small.bin");
+    EXPECT_EQ(panel->Page()->Items().size(), 1u);
+}
+
+} // namespace
+} // namespace corvid::transfer::testing
+
+int main(int argc, char** argv) {
+    _setmode(_fileno(stdout), _O_BINARY);
+    corvid::win::ComApartment apartment;
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
