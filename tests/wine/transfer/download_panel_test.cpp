@@ -1,6 +1,7 @@
 // The download page under Wine with the real Download.dll, fetching from nginx and corvid-node
 // peers on loopback (started by transfer_fixture.sh), driven through its toolbar and list.
 
+#include "download/core/range_set.h"
 #include "tests/wine/support/fake_panel_site.h"
 #include "tests/wine/support/wine_test_support.h"
 #include "tests/wine/transfer/transfer_test_support.h"
@@ -295,6 +296,119 @@ TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
     closer.join();
     EXPECT_EQ(shown, "The file is already in downloading window:small.bin");
     EXPECT_EQ(panel->Page()->Items().size(), 1u);
+}
+
+// Runs the stand-in host; the process handle, or none.
+corvid::win::KernelHandle StartHost(const std::vector<std::string>& arguments) {
+    char program[MAX_PATH] = {};
+    ::GetModuleFileNameA(nullptr, program, MAX_PATH);
+    std::string command = std::string(program);
+    command =
+        "\"" + command.substr(0, command.find_last_of('\\') + 1) + "download_host_helper.exe\"";
+    for (const auto& argument : arguments)
+        command += " \"" + argument + "\"";
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    if (!::CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                          &startup, &process))
+        return {};
+    ::CloseHandle(process.hThread);
+    return corvid::win::KernelHandle(process.hProcess);
+}
+
+bool Exited(HANDLE process) {
+    return ::WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+}
+
+// (start, last) of every request nginx logged for a SHA1, in the order they ended.
+std::vector<std::pair<long long, long long>>
+Requests(const std::vector<std::string>& log, const std::string& sha1, std::size_t from = 0) {
+    std::vector<std::pair<long long, long long>> requests;
+    for (std::size_t i = from; i < log.size(); ++i) {
+        const auto& line = log[i];
+        const auto range = line.find("\"bytes=");
+        if (line.find(sha1) == std::string::npos || range == std::string::npos)
+            continue;
+        const auto dash = line.find('-', range);
+        requests.emplace_back(std::atoll(line.c_str() + range + 7),
+                              std::atoll(line.c_str() + dash + 1));
+    }
+    return requests;
+}
+
+TEST_F(DownloadPanelTest, AHostKilledMidwayResumesWithoutFetchingARangeTwice) {
+    const std::string sha1 = fixture.Sha1("resume.bin");
+    const std::string size = std::to_string(fixture.Size("resume.bin"));
+    const std::vector<std::string> folders = {options.listFile, options.downloadFolder,
+                                              options.tempFolder};
+    auto arguments = folders;
+    arguments.insert(arguments.end(),
+                     {sha1, "resume.bin", size, std::to_string(fixture.Port("medium"))});
+    auto host = StartHost(arguments);
+    ASSERT_TRUE(host);
+
+    // Killed once the range map holds half a megabyte, and the list has been written.
+    const auto mapPath = Partial("resume.bin") + ".ranges";
+    std::optional<download::RangeMapRecord> map;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            map = download::ParseRangeMap(ReadWholeFile(mapPath));
+            std::uint64_t done = 0;
+            if (map)
+                for (const auto& span : map->done)
+                    done += span.end - span.begin;
+            return done >= 512 * 1024 && FileExists(options.listFile);
+        },
+        kTransferTimeout));
+    ASSERT_FALSE(Exited(host.get()));
+    ASSERT_TRUE(::TerminateProcess(host.get(), 99));
+    ASSERT_EQ(::WaitForSingleObject(host.get(), 30000), WAIT_OBJECT_0);
+    map = download::ParseRangeMap(ReadWholeFile(mapPath));
+    ASSERT_TRUE(map);
+    ASSERT_FALSE(map->done.empty());
+    ASSERT_FALSE(FileExists(Final("resume.bin")));
+
+    // nginx logs the cut request as soon as it sees the connection go.
+    std::size_t logged = 0;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            const auto now = Requests(fixture.AccessLog(), sha1).size();
+            if (now != logged) {
+                logged = now;
+                return false;
+            }
+            return logged > 0 && Requests(fixture.AccessLog(), sha1).size() == logged;
+        },
+        10000));
+    const std::size_t linesBefore = fixture.AccessLog().size();
+
+    host = StartHost(folders);
+    ASSERT_TRUE(host);
+    ASSERT_TRUE(PumpUntil([&] { return Exited(host.get()); }, kTransferTimeout));
+    DWORD code = 0;
+    ::GetExitCodeProcess(host.get(), &code);
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(ReadWholeFile(Final("resume.bin")), ReadWholeFile(fixture.SharedFile("resume.bin")));
+    EXPECT_FALSE(FileExists(Partial("resume.bin")));
+    const auto kept = ReadDownloadList(ReadWholeFile(options.listFile));
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(kept[0].state, kItemCompleted);
+
+    // The second run asked only for bytes the range map did not hold.
+    std::vector<std::pair<long long, long long>> after;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            after = Requests(fixture.AccessLog(), sha1, linesBefore);
+            return !after.empty();
+        },
+        10000));
+    for (const auto& [first, last] : after)
+        for (const auto& span : map->done)
+            EXPECT_TRUE(last < static_cast<long long>(span.begin) ||
+                        first >= static_cast<long long>(span.end))
+                << "bytes=" << first << "-" << last << " was on disk as " << span.begin << "-"
+                << span.end;
 }
 
 } // namespace
