@@ -62,6 +62,24 @@ std::string UploadCellText(const UploadInfo& upload, int column) {
     }
 }
 
+std::optional<std::uint32_t> ParseUploadSpeed(std::string_view text) {
+    while (!text.empty() && text.front() == ' ')
+        text.remove_prefix(1);
+    while (!text.empty() && text.back() == ' ')
+        text.remove_suffix(1);
+    if (text.empty())
+        return std::nullopt;
+    std::uint64_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9')
+            return std::nullopt;
+        value = value * 10 + static_cast<std::uint64_t>(c - '0');
+        if (value > 0xFFFFFFFFu)
+            return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(value);
+}
+
 bool UploadLimitOn(std::optional<std::uint32_t> maxUploadSpeed) {
     return maxUploadSpeed && *maxUploadSpeed != 0;
 }

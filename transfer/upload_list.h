@@ -44,6 +44,10 @@ std::string UploadCellText(const UploadInfo& upload, int column);
 inline constexpr std::uint32_t kDefaultUploadLimit = 30720;
 bool UploadLimitOn(std::optional<std::uint32_t> maxUploadSpeed);
 
+// The options page's upload speed field: decimal digits only (blanks around them allowed), up to
+// the largest 32-bit value.
+std::optional<std::uint32_t> ParseUploadSpeed(std::string_view text);
+
 struct UploadLimitChange {
     bool checked = false;       // the button's new state
     std::uint32_t newLimit = 0; // written to "maxULSpeedLimit"

@@ -55,5 +55,13 @@ TEST(UploadList, LimitSpeedToggles) {
     EXPECT_TRUE(change.checked);
 }
 
+TEST(UploadList, UploadSpeedFieldTakesWholeNumbersOnly) {
+    EXPECT_EQ(ParseUploadSpeed("30720"), 30720u);
+    EXPECT_EQ(ParseUploadSpeed(" 0 "), 0u);
+    EXPECT_EQ(ParseUploadSpeed("4294967295"), 4294967295u);
+    for (const char* bad : {"", "  ", "12k", "-5", "1 000", "4294967296", "99999999999999999999"})
+        EXPECT_FALSE(ParseUploadSpeed(bad)) << bad;
+}
+
 } // namespace
 } // namespace corvid::transfer
