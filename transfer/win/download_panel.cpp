@@ -5,6 +5,8 @@
 #include "platform/win/text.h"
 #include "search/result_cells.h"
 #include "transfer/download_list_file.h"
+#include "transfer/engine_events.h"
+#include "transfer/magnet_download.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/transfer_resources.h"
 #include "transfer/win/transfer_settings.h"
@@ -16,6 +18,7 @@
 #include <shellapi.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -29,6 +32,14 @@ using corvid::win::ToWide;
 constexpr UINT kTitleId = 34009;
 constexpr std::uint32_t kTextDownloadingCount = 32955;
 constexpr std::uint32_t kTextLibraryMissing = 33129;
+constexpr std::uint32_t kTextBadMagnet = 33133;
+constexpr std::uint32_t kTextFileExists = 32958;
+
+// The live panels, for StartMagnet (user-interface thread only).
+std::vector<DownloadPanel*>& LivePanels() {
+    static std::vector<DownloadPanel*> panels;
+    return panels;
+}
 
 enum ChildId : int { kToolbarId = 1, kListId, kTreeId, kLogId, kCounterId };
 
@@ -182,9 +193,12 @@ DownloadPanel::DownloadPanel(shell::PanelSite& site, DownloadPanelOptions option
     worker_.reset(reinterpret_cast<HANDLE>(
         ::_beginthreadex(nullptr, 0, &WorkerMain, page_.get(), 0, nullptr)));
     secondsToRequery_ = options_.requerySeconds;
+    LivePanels().push_back(this);
 }
 
 DownloadPanel::~DownloadPanel() {
+    std::erase(LivePanels(), this);
+    searches_.StopAllBut([](const std::string&) { return false; });
     page_->BeginClosing();
     if (worker_)
         ::WaitForSingleObject(worker_.get(), INFINITE);
@@ -544,7 +558,13 @@ void DownloadPanel::Restore() {
 }
 
 void DownloadPanel::OnEngine(IGnutellaEngine* engine) {
-    network_ = engine;
+    if (!engine) {
+        searches_.StopAllBut([](const std::string&) { return false; });
+        return;
+    }
+    // Links that wait for their first source are asked for as soon as there is a network.
+    for (const auto& [sha1, link] : waitingMagnets_)
+        searches_.Ask(engine, sha1);
 }
 
 void DownloadPanel::OnTick() {
@@ -555,7 +575,58 @@ void DownloadPanel::OnTick() {
     AskForSources();
 }
 
-void DownloadPanel::AskForSources() {}
+void DownloadPanel::AskForSources() {
+    // A round asks again for what still needs sources and lets the other searches go, but not
+    // those of links still waiting for their first source.
+    searches_.StopAllBut(
+        [this](const std::string& sha1) { return waitingMagnets_.count(sha1) != 0; });
+    for (const auto& sha1 : page_->Sha1sNeedingSources())
+        searches_.Ask(site_.Engine(), sha1);
+    for (const auto& [sha1, link] : waitingMagnets_)
+        searches_.Ask(site_.Engine(), sha1);
+}
+
+void DownloadPanel::OnSourceFound(const std::string& sha1, const ResultSource& hit) {
+    if (const auto waiting = waitingMagnets_.find(sha1); waiting != waitingMagnets_.end()) {
+        ResultGroup group;
+        group.sha1 = sha1;
+        group.sources.push_back(MagnetSource(waiting->second, hit));
+        if (!HitSourceUrl(hit.host, hit.port, sha1))
+            return;
+        waitingMagnets_.erase(waiting);
+        page_->StartDownload(group, false);
+        SaveList();
+        return;
+    }
+    if (!page_->OfferSearchHit(sha1, hit))
+        page_->OfferFoundSource(sha1, hit);
+}
+
+bool DownloadPanel::StartMagnet(const MagnetLink& link) {
+    const auto group = MagnetGroup(link);
+    bool started = true;
+    if (group.sources.empty()) {
+        // The page's own check, for a link that names no source of its own.
+        if (page_->FindBySha1(link.sha1)) {
+            options_.prompts->ShowFileExists(Text(kTextFileExists) + MagnetFileName(link));
+            return false;
+        }
+        waitingMagnets_[link.sha1] = link;
+    } else {
+        started = page_->StartDownload(group, true);
+        SaveList();
+    }
+    if (started)
+        searches_.Ask(site_.Engine(), link.sha1);
+    return started;
+}
+
+DownloadPanel* DownloadPanel::FromPage(const DownloadPage* page) {
+    for (auto* panel : LivePanels())
+        if (panel->Page() == page)
+            return panel;
+    return nullptr;
+}
 
 // ---------------------------------------------------------------------------------------------
 // The list's rows, posted from the worker and the library's threads
@@ -819,6 +890,46 @@ std::time_t DownloadPanel::Now() {
 
 std::unique_ptr<shell::Panel> MakeDownloadPanel(shell::PanelSite& site) {
     return std::make_unique<DownloadPanel>(site, DefaultDownloadPanelOptions());
+}
+
+bool IsMagnetLink(const std::string& keywords) {
+    const auto first = keywords.find_first_not_of(" \t");
+    if (first == std::string::npos || keywords.size() - first < 7)
+        return false;
+    std::string scheme = keywords.substr(first, 7);
+    for (auto& c : scheme)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return scheme == "magnet:";
+}
+
+bool StartMagnet(shell::PanelSite& site, const std::string& link, std::string* error) {
+    const auto trimmed = link.substr(std::min(link.size(), link.find_first_not_of(" \t")));
+    std::string reason;
+    const auto parsed = ParseMagnetLink(trimmed, &reason);
+    std::string text;
+    site.Language().LoadText(kTextBadMagnet, text);
+    if (!parsed) {
+        if (error)
+            *error = text + "\n" + reason;
+        return false;
+    }
+    DownloadPanel* panel = DownloadPanel::FromPage(site.Downloads());
+    if (!panel) {
+        if (error)
+            site.Language().LoadText(kTextLibraryMissing, *error);
+        return false;
+    }
+    site.ShowPanel(shell::kCmdDownload);
+    return panel->StartMagnet(*parsed);
+}
+
+bool StartMagnet(shell::PanelSite& site, const std::string& link) {
+    std::string error;
+    if (StartMagnet(site, link, &error))
+        return true;
+    if (!error.empty())
+        ::MessageBoxA(site.MainWindow(), error.c_str(), "Tarvo Explorer", MB_OK | MB_ICONWARNING);
+    return false;
 }
 
 } // namespace corvid::transfer::win

@@ -14,7 +14,9 @@
 #include "shell/win/panel.h"
 #include "transfer/download_log_model.h"
 #include "transfer/download_page.h"
+#include "transfer/magnet_link.h"
 #include "transfer/win/download_dll_engine.h"
+#include "transfer/win/source_search.h"
 
 #include <atomic>
 #include <functional>
@@ -91,6 +93,17 @@ public:
     // Writes the list file when the list changed since it was last written.
     void SaveList();
 
+    // Starts the download a magnet link names from its sources, and asks the network for more;
+    // a link without sources waits for the network's first answer. False when the page refused
+    // it (the file is listed already).
+    bool StartMagnet(const MagnetLink& link);
+    // Asks the network for sources of the items that need them (OnTick does so every
+    // requerySeconds).
+    void AskForSources();
+
+    // The panel whose model this is, if it is alive.
+    static DownloadPanel* FromPage(const DownloadPage* page);
+
 private:
     LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) override;
     void CreateControls();
@@ -106,7 +119,7 @@ private:
     void SetCells(int row, const RowCells& cells);
     std::string Text(std::uint32_t id) const;
     void Restore();
-    void AskForSources();
+    void OnSourceFound(const std::string& sha1, const ResultSource& hit);
 
     // DownloadListView (any thread: posted to the window)
     void AddRow(const std::shared_ptr<DownloadItem>& item, const RowCells& cells) override;
@@ -160,7 +173,9 @@ private:
     std::atomic<bool> librarySharesDownloads_{false};
     std::string lastSaved_;
     int secondsToRequery_ = 0;
-    IGnutellaEngine* network_ = nullptr;
+    std::map<std::string, MagnetLink> waitingMagnets_;
+    SourceSearches searches_{
+        [this](const std::string& sha1, const ResultSource& hit) { OnSourceFound(sha1, hit); }};
 
     HWND toolbar_ = nullptr;
     HWND counter_ = nullptr;
@@ -181,5 +196,12 @@ private:
 };
 
 std::unique_ptr<shell::Panel> MakeDownloadPanel(shell::PanelSite& site);
+
+// What the main view's SearchOnP2P and the host's search bar do with keywords that begin with
+// "magnet:": the download page starts the link's download. A link this program cannot fetch is
+// explained in a message box (or in *error) and starts nothing.
+bool IsMagnetLink(const std::string& keywords);
+bool StartMagnet(shell::PanelSite& site, const std::string& link);
+bool StartMagnet(shell::PanelSite& site, const std::string& link, std::string* error);
 
 } // namespace corvid::transfer::win

@@ -298,6 +298,92 @@ TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
     EXPECT_EQ(panel->Page()->Items().size(), 1u);
 }
 
+// "http://localhost:PORT/uri-res/N2R?urn:sha1:SHA1" as a magnet link's parameter. The page takes
+// one source per host, so the link names loopback by name and the peers answer by address.
+std::string EncodedSource(int port, const std::string& sha1) {
+    return "http%3A%2F%2Flocalhost%3A" + std::to_string(port) + "%2Furi-res%2FN2R%3Furn%3Asha1%3A" +
+           sha1;
+}
+
+TEST_F(DownloadPanelTest, MagnetLinksStartDownloadsAndTheNetworkBringsMoreSources) {
+    auto engine = FakeEngine::Make();
+    site.engine = engine.get();
+    Open();
+
+    // A link this program cannot fetch says why and starts nothing.
+    std::string error;
+    EXPECT_TRUE(win::IsMagnetLink("  MAGNET:?dn=x"));
+    EXPECT_FALSE(win::IsMagnetLink("magnets and more"));
+    EXPECT_FALSE(win::StartMagnet(site, "magnet:?dn=nothing.bin", &error));
+    EXPECT_EQ(error.rfind("This magnet link cannot be downloaded:\n", 0), 0u) << error;
+    EXPECT_GT(error.size(), std::string("This magnet link cannot be downloaded:\n").size());
+    EXPECT_TRUE(panel->Page()->Items().empty());
+    EXPECT_TRUE(engine->searches.empty());
+
+    // A link with a source starts at once, and the network is asked for the same SHA1.
+    const auto slow = fixture.Sha1("slow.bin");
+    ASSERT_TRUE(win::StartMagnet(site,
+                                 "magnet:?xt=urn:sha1:" + slow + "&dn=slow%20copy.bin&xl=" +
+                                     std::to_string(fixture.Size("slow.bin")) +
+                                     "&xs=" + EncodedSource(fixture.Port("slow"), slow),
+                                 &error))
+        << error;
+    EXPECT_EQ(site.shownPanels, std::vector<int>{shell::kCmdDownload});
+    ASSERT_TRUE(PumpUntil([&] { return Progress("slow copy.bin") >= 1; }, kTransferTimeout));
+    FakeSearch* search = engine->SearchFor("urn:sha1:" + slow);
+    ASSERT_TRUE(search);
+    EXPECT_EQ(search->starts, 1);
+    // A peer answers: it joins the running download, which finishes with its help.
+    search->Answer(ResultFrom(fixture.Port("node1"), "slow.bin", fixture.Size("slow.bin"), slow));
+    EXPECT_EQ(Cell(List(), RowOf("slow copy.bin"), "Host"), "localhost");
+    // The slow source alone would need over a minute; the peer brings it in seconds.
+    ASSERT_TRUE(WaitForStatus("slow copy.bin", "Completed", 30000)) << Status("slow copy.bin");
+    EXPECT_EQ(ReadWholeFile(Final("slow copy.bin")), ReadWholeFile(fixture.SharedFile("slow.bin")));
+
+    // A link without sources waits for the network's first answer.
+    const auto small = fixture.Sha1("small.bin");
+    ASSERT_TRUE(win::StartMagnet(site, "magnet:?xt=urn:sha1:" + small + "&dn=found.bin", &error));
+    corvid::testing::PumpPending();
+    EXPECT_EQ(RowOf("found.bin"), -1);
+    search = engine->SearchFor("urn:sha1:" + small);
+    ASSERT_TRUE(search);
+    search->Answer(ResultFrom(fixture.Port("node2"), "small.bin", fixture.Size("small.bin"),
+                              fixture.Sha1("big.bin")));
+    corvid::testing::PumpPending();
+    EXPECT_EQ(RowOf("found.bin"), -1) << "another file's answer is not taken";
+    search->Answer(
+        ResultFrom(fixture.Port("node2"), "small.bin", fixture.Size("small.bin"), small));
+    ASSERT_TRUE(WaitForStatus("found.bin", "Completed")) << Status("found.bin");
+    EXPECT_EQ(ReadWholeFile(Final("found.bin")), ReadWholeFile(fixture.SharedFile("small.bin")));
+}
+
+TEST_F(DownloadPanelTest, AnItemThatNeedsSourcesAsksTheNetworkAgainAndFinishes) {
+    auto engine = FakeEngine::Make();
+    site.engine = engine.get();
+    options.requerySeconds = 3;
+    Open();
+    const auto orphan = fixture.Sha1("orphan.bin");
+    // Only the peers have the file: nginx's 404 leaves the item wanting sources.
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "orphan.bin", {"fast1"}), false));
+    ASSERT_TRUE(WaitForStatus("orphan.bin", "More sources needed")) << Status("orphan.bin");
+    EXPECT_TRUE(engine->searches.empty());
+
+    // The tick that ends the period asks the network for it.
+    for (int tick = 0; tick < 3; ++tick)
+        panel->OnTick();
+    FakeSearch* search = engine->SearchFor("urn:sha1:" + orphan);
+    ASSERT_TRUE(search);
+    search->Answer(
+        ResultFrom(fixture.Port("node1"), "orphan.bin", fixture.Size("orphan.bin"), orphan));
+    ASSERT_TRUE(WaitForStatus("orphan.bin", "Completed")) << Status("orphan.bin");
+    EXPECT_EQ(ReadWholeFile(Final("orphan.bin")), ReadWholeFile(fixture.SharedFile("orphan.bin")));
+
+    // The next round lets the finished item's search go.
+    for (int tick = 0; tick < 3; ++tick)
+        panel->OnTick();
+    EXPECT_TRUE(search->stopped);
+}
+
 // Runs the stand-in host; the process handle, or none.
 corvid::win::KernelHandle StartHost(const std::vector<std::string>& arguments) {
     char program[MAX_PATH] = {};

@@ -1,7 +1,7 @@
 #!/bin/bash
 # The sources the transfer pages' Wine tests download from: nginx on loopback ports serving files
 # by their "urn:sha1:" names (fast, medium and slow ports, so a transfer can be watched half-way),
-# and two corvid-node peers sharing the file that every kind of source offers.
+# and two corvid-node peers sharing every file, one of them (orphan.bin) only they have.
 #   transfer_fixture.sh start DIR SOURCE_DIR   writes DIR/fixture.ini for the tests
 #   transfer_fixture.sh stop DIR               stops exactly what start started
 set -euo pipefail
@@ -42,12 +42,15 @@ sha1_of() {
 
 ini="$dir/fixture.ini"
 echo "[fixture]" >"$ini"
-make_file() { # name size
+make_file() { # name size [peers-only]
     head -c "$2" /dev/urandom >"$dir/share/$1"
+    chmod 644 "$dir/share/$1"
     local sha1
     sha1=$(sha1_of "$dir/share/$1")
-    cp "$dir/share/$1" "$dir/files/urn:sha1:$sha1"
-    chmod 644 "$dir/share/$1" "$dir/files/urn:sha1:$sha1"
+    if [ "${3:-}" != peers-only ]; then
+        cp "$dir/share/$1" "$dir/files/urn:sha1:$sha1"
+        chmod 644 "$dir/files/urn:sha1:$sha1"
+    fi
     echo "$1=$sha1" >>"$ini"
     echo "$1.size=$2" >>"$ini"
 }
@@ -55,6 +58,8 @@ make_file big.bin $((3 * 1024 * 1024))
 make_file slow.bin $((2 * 1024 * 1024))
 make_file small.bin $((256 * 1024))
 make_file resume.bin $((3 * 1024 * 1024))
+# Only the peers have this one: nginx answers 404 for it.
+make_file orphan.bin $((512 * 1024)) peers-only
 
 fast1=$(free_port)
 fast2=$(free_port)

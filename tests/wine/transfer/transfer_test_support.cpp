@@ -96,6 +96,36 @@ HRESULT STDMETHODCALLTYPE FakeFileManager::ShareDownload(BSTR path) {
     return S_OK;
 }
 
+void FakeSearch::Answer(const std::string& text) {
+    corvid::win::Bstr value(corvid::win::ToWide(text).c_str());
+    Fire(DIID__IGnutellaSearchEvents, 1, {corvid::win::Arg(value.get())});
+}
+
+HRESULT STDMETHODCALLTYPE FakeEngine::CreateSearch(BSTR keywords, BSTR, long, long, long, long,
+                                                   IGnutellaSearch** search) {
+    auto made = FakeSearch::Make();
+    searches.emplace_back(corvid::win::BstrToAnsi(keywords), made);
+    *search = made.detach();
+    return S_OK;
+}
+
+FakeSearch* FakeEngine::SearchFor(const std::string& keywords) const {
+    for (const auto& [words, search] : searches)
+        if (words == keywords)
+            return search.get();
+    return nullptr;
+}
+
+std::string ResultFrom(int port, const std::string& name, int size, const std::string& sha1) {
+    return "<?xml version=\"1.0\"?><searchresult><keyword>urn:sha1:" + sha1 +
+           "</keyword><type>All</type><nodeid>0123456789ABCDEF</nodeid><ip>127.0.0.1</ip><port>" +
+           std::to_string(port) +
+           "</port><speed>350</speed><vendorCode>CRVD</vendorCode><opendata size=\"2\">1c" +
+           "</opendata><ResultSet><FileInfo id=\"1\"><name>" + name + "</name><size>" +
+           std::to_string(size) + "</size><info></info><sha1>" + sha1 +
+           "</sha1></FileInfo></ResultSet></searchresult>";
+}
+
 int ColumnOf(HWND list, const std::string& title) {
     HWND header = reinterpret_cast<HWND>(::SendMessageA(list, LVM_GETHEADER, 0, 0));
     const int count = static_cast<int>(::SendMessageA(header, HDM_GETITEMCOUNT, 0, 0));

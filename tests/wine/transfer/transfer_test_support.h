@@ -8,6 +8,7 @@
 
 #include "engine_h.h"
 #include "platform/win/com_object.h"
+#include "platform/win/connection_point.h"
 #include "search/result_records.h"
 #include "transfer/download_ports.h"
 
@@ -77,6 +78,77 @@ public:
     }
     std::vector<std::string> shared;
 };
+
+// A search object as the engine hands one out: it records Start and Restart, and the test fires
+// its result texts.
+class FakeSearch
+    : public corvid::win::ComObject<FakeSearch, IGnutellaSearch, IConnectionPointContainer>,
+      public corvid::win::ConnectionPoints {
+public:
+    FakeSearch() : ConnectionPoints(Identity(), {DIID__IGnutellaSearchEvents}) {}
+    ~FakeSearch() override { DisconnectAll(); }
+    HRESULT STDMETHODCALLTYPE Start() override {
+        ++starts;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Restart() override {
+        ++starts;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Stop() override {
+        stopped = true;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE get_Id(long* id) override {
+        *id = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** points) override {
+        return ConnectionPoints::EnumConnectionPoints(points);
+    }
+    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {
+        return ConnectionPoints::FindConnectionPoint(iid, point);
+    }
+    // One "searchresult" text, as OnSearchResult delivers it.
+    void Answer(const std::string& text);
+    int starts = 0;
+    bool stopped = false;
+};
+
+// The engine as the transfer pages use it: the upload component and searches by SHA1.
+class FakeEngine : public corvid::win::ComObject<FakeEngine, IGnutellaEngine> {
+public:
+    explicit FakeEngine(IUploadManager* uploads = nullptr) : uploads_(uploads) {}
+    HRESULT STDMETHODCALLTYPE Connect() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Disconnect() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR keywords, BSTR, long, long, long, long,
+                                           IGnutellaSearch** search) override;
+    HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetNodeCount(long*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR, IGnutellaSearch**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** out) override {
+        if (!uploads_)
+            return E_NOTIMPL;
+        uploads_->AddRef();
+        *out = uploads_.get();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetNetworkInfo(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetHostsInfo(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE ConnectNode(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE DisconnectNode(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE ReloadSettings() override { return E_NOTIMPL; }
+
+    // The searches made, by their keywords.
+    std::vector<std::pair<std::string, corvid::win::ComPtr<FakeSearch>>> searches;
+    FakeSearch* SearchFor(const std::string& keywords) const;
+
+private:
+    corvid::win::ComPtr<IUploadManager> uploads_;
+};
+
+// A result text of one host offering one file.
+std::string ResultFrom(int port, const std::string& name, int size, const std::string& sha1);
 
 // Reading and driving a report list by its column titles.
 int ColumnOf(HWND list, const std::string& title);

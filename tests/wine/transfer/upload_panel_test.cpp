@@ -46,33 +46,6 @@ public:
     std::vector<long> stopped;
 };
 
-class FakeEngine : public corvid::win::ComObject<FakeEngine, IGnutellaEngine> {
-public:
-    explicit FakeEngine(IUploadManager* uploads) : uploads_(uploads) {}
-    HRESULT STDMETHODCALLTYPE Connect() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Disconnect() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR, BSTR, long, long, long, long,
-                                           IGnutellaSearch**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetNodeCount(long*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR, IGnutellaSearch**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** out) override {
-        uploads_->AddRef();
-        *out = uploads_.get();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetNetworkInfo(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetHostsInfo(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ConnectNode(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DisconnectNode(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ReloadSettings() override { return E_NOTIMPL; }
-
-private:
-    ComPtr<IUploadManager> uploads_;
-};
-
 std::string Upload(int id, const char* file, int progress, const char* ip) {
     return "<UploadInfo id=\"" + std::to_string(id) + "\"><Progress>" + std::to_string(progress) +
            "</Progress><Speed>2048</Speed><Description>d</Description><FileName>" + file +
