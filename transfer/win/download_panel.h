@@ -82,6 +82,7 @@ public:
 
     // The model, for the main view's PanelSite::Downloads().
     DownloadPage* Page() { return page_.get(); }
+    DownloadPage* DownloadModel() override { return page_.get(); }
     bool LibraryLoaded() const { return engine_->Loaded(); }
 
     HWND List() const { return list_; }

@@ -176,9 +176,14 @@ void UploadPanel::OnShow(bool shown) {
 }
 
 void UploadPanel::OnEngine(IGnutellaEngine* engine) {
-    manager_.reset();
+    corvid::win::ComPtr<IUploadManager> uploads;
     if (engine)
-        engine->GetUploads(manager_.put());
+        engine->GetUploads(uploads.put());
+    OnUploads(uploads.get());
+}
+
+void UploadPanel::OnUploads(IUploadManager* uploads) {
+    manager_ = corvid::win::ComPtr<IUploadManager>(uploads);
     if (!manager_) {
         uploads_.clear();
         if (list_)

@@ -36,7 +36,9 @@ public:
     HWND Window() const override { return hwnd(); }
     std::string Title() const override;
     void OnShow(bool shown) override;
+    // The engine, or its upload component alone (the main view hands that over at each connect).
     void OnEngine(IGnutellaEngine* engine) override;
+    void OnUploads(IUploadManager* uploads) override;
     void OnTick() override;
     void ApplyLanguage() override;
 
