@@ -35,7 +35,7 @@ std::vector<HostRow> ReadHostInfo(std::string_view text) {
             return false;
         };
         HostRow row;
-        if (!next("<ID>")) {
+        if (!next("<ID>") || value.empty()) {
             continue;
         }
         row.id = value;

@@ -27,8 +27,9 @@ struct HostRow {
     std::string version;
 };
 
-// Reads every <Host> element; one without an <ID> is left out. Children are looked for in a fixed
-// order, each search starting where the previous one ended, as the engine writes them.
+// Reads every <Host> element; one without an <ID> (or with an empty one) is left out. Children are
+// looked for in a fixed order, each search starting where the previous one ended, as the engine
+// writes them.
 std::vector<HostRow> ReadHostInfo(std::string_view text);
 
 // Columns by the string-table id of their titles.

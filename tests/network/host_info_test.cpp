@@ -24,8 +24,9 @@ std::string Info(const std::string& hosts) {
 }
 
 TEST(HostInfoText, ReadsEveryFieldInOrderAndSkipsHostsWithoutId) {
-    const auto rows = ReadHostInfo(Info(Host("7", "10.0.0.1:6346", "1000", "-2") +
-                                        Host("", "10.0.0.2:6346") + Host("9", "10.0.0.3:6347")));
+    const auto rows =
+        ReadHostInfo(Info(Host("7", "10.0.0.1:6346", "1000", "-2") + Host("", "10.0.0.2:6346") +
+                          "<Host><ID></ID></Host>" + Host("9", "10.0.0.3:6347")));
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(rows[0].id, "7");
     EXPECT_EQ(rows[0].node, "10.0.0.1:6346");
