@@ -35,6 +35,7 @@ constexpr std::uint32_t kHashingText = 37409;
 constexpr std::uint32_t kPickFolderPrompt = 37410;
 constexpr std::uint32_t kUnavailableText = 37411;
 constexpr std::uint32_t kCpuShareText = 37413;
+constexpr std::uint32_t kWaitingText = 37416;
 
 // Columns by the string id of their titles: Name, Size, SHA1, Progress, Folder.
 constexpr std::array<std::uint32_t, 5> kColumns = {33006, 33007, 33015, 33023, 37412};
@@ -343,9 +344,12 @@ private:
         case 2:
             return row.sha1;
         case kProgressColumn:
-            return row.sha1.empty()
-                       ? FormatNumber(Text(site_.Language(), kHashingText), row.progress)
-                       : Text(site_.Language(), kHashedText);
+            if (!row.sha1.empty()) {
+                return Text(site_.Language(), kHashedText);
+            }
+            return row.progress == 0
+                       ? Text(site_.Language(), kWaitingText)
+                       : FormatNumber(Text(site_.Language(), kHashingText), row.progress);
         case 4:
             return FolderOf(row.path);
         }
@@ -466,9 +470,15 @@ private:
         case WM_SIZE:
             Layout(LOWORD(lParam), HIWORD(lParam));
             return 0;
-        case kMsgLibraryChanged:
+        case kMsgLibraryChanged: {
+            // Hashing sends changes in bursts: one refresh answers every change queued so far.
+            MSG queued;
+            while (::PeekMessageA(&queued, hwnd(), kMsgLibraryChanged, kMsgLibraryChanged,
+                                  PM_REMOVE)) {
+            }
             Guarded([this] { Refresh(); });
             return 0;
+        }
         case WM_COMMAND:
             Guarded([&] { OnCommand(LOWORD(wParam), HIWORD(wParam)); });
             return 0;

@@ -14,7 +14,7 @@ std::string ConfigBaseFolder() {
     if (FAILED(::SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, buffer))) {
         return {};
     }
-    return std::string(buffer) + "\\Tarvo\\P2P";
+    return std::string(buffer) + "\\Corvid";
 }
 
 std::string NetworkIniPath() {

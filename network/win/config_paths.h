@@ -7,8 +7,9 @@
 
 namespace corvid::network {
 
-// The base folder of the plug-in's files: "<per-user application data>\Tarvo\P2P". The
-// environment variable CORVID_CONFIG_BASE, when set, replaces it (tests use a folder of their own).
+// The base folder of the plug-in's files: "<per-user application data>\Corvid", the folder the
+// engine and the file manager keep their files in too. The environment variable
+// CORVID_CONFIG_BASE, when set, replaces it (tests use a folder of their own).
 std::string ConfigBaseFolder();
 
 // "<base folder>\Config\NetWork.ini".

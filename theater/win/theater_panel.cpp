@@ -20,7 +20,6 @@ constexpr int kMessageId = 100;
 constexpr std::uint32_t kTheaterTitle = 36125; // "Theater", the main view's tab title
 constexpr std::uint32_t kNoPlayerText = 37414;
 constexpr std::uint32_t kReadyText = 37415;
-constexpr std::uint32_t kPlayingText = 37416;
 
 // The controls we know how to drive, best first.
 constexpr wchar_t kMediaPlayerProgId[] = L"WMPlayer.OCX";

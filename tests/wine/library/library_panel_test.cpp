@@ -22,6 +22,7 @@ protected:
             {"night train.mp3", "C:\\Shared\\Music\\night train.mp3", 4518273,
              "QLFYWY2RI5WZCTEP6MJKR5CAFGP7FQ5X", 100, false},
             {"long album.flac", "C:\\Shared\\Music\\long album.flac", 312000000, "", 42, false},
+            {"queued.wav", "C:\\Shared\\Music\\queued.wav", 10, "", 0, false},
             {"talk.ogg", "C:\\Users\\me\\Downloads\\talk.ogg", 1200,
              "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567", 100, true},
         };
@@ -59,13 +60,14 @@ TEST_F(LibraryPanelTest, ShowsFoldersSharedFilesAndDownloadsWithTheirHashing) {
     ASSERT_EQ(Folders(), 1);
     EXPECT_EQ(Folder(0), "C:\\Shared\\Music");
     HWND shared = Item(library::kLibrarySharedFiles);
-    ASSERT_EQ(ListView_GetItemCount(shared), 2);
+    ASSERT_EQ(ListView_GetItemCount(shared), 3);
     EXPECT_EQ(ListViewText(shared, 0, 0), "night train.mp3");
     EXPECT_EQ(ListViewText(shared, 0, 1), "4,518,273");
     EXPECT_EQ(ListViewText(shared, 0, 2), "QLFYWY2RI5WZCTEP6MJKR5CAFGP7FQ5X");
     EXPECT_EQ(ListViewText(shared, 0, 3), "Hashed");
     EXPECT_EQ(ListViewText(shared, 1, 3), "Hashing 42%");
     EXPECT_EQ(ListViewText(shared, 1, 4), "C:\\Shared\\Music");
+    EXPECT_EQ(ListViewText(shared, 2, 3), "Waiting");
     HWND downloads = Item(library::kLibraryDownloadedFiles);
     ASSERT_EQ(ListView_GetItemCount(downloads), 1);
     EXPECT_EQ(ListViewText(downloads, 0, 0), "talk.ogg");
