@@ -27,7 +27,7 @@ constexpr std::array<const char*, kNumberFieldCount> kKeys = {"Port",
 NetworkPageValues LoadNetworkPage(const ProfilePort& profile, const SettingsPort& settings) {
     NetworkPageValues values;
     values.autoOnline = settings.Read(kAutoOnlineSetting).value_or(1) != 0;
-    values.autoResume = settings.Read(kAutoResumeSetting).value_or(0) != 0;
+    values.autoResume = settings.Read(kAutoResumeSetting).value_or(1) != 0;
     const std::uint32_t port = ReadNumber(profile, "Port", 6346);
     const std::uint32_t nodeMode = ReadNumber(profile, "NodeMode", 0);
     const std::uint32_t firewall = ReadNumber(profile, "BehindFirewall", 1);

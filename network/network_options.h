@@ -23,7 +23,8 @@ public:
     virtual void Write(const char* section, const char* key, const std::string& value) = 0;
 };
 
-// The plug-in's own settings by name ("AutoOnline", "Auto Resume").
+// The plug-in's own settings of section "P2P View" by name: "AutoOnline" and the download
+// settings' "AutoResume" (whether the download list resumes its items at start, 1 by default).
 class SettingsPort {
 public:
     virtual ~SettingsPort() = default;
@@ -32,7 +33,7 @@ public:
 };
 
 inline constexpr char kAutoOnlineSetting[] = "AutoOnline";
-inline constexpr char kAutoResumeSetting[] = "Auto Resume";
+inline constexpr char kAutoResumeSetting[] = "AutoResume";
 
 // The six number fields in the order they are read when the page is applied.
 enum NumberField : int {
@@ -48,7 +49,7 @@ enum NumberField : int {
 // What the page's controls hold.
 struct NetworkPageValues {
     bool autoOnline = true;
-    bool autoResume = false;
+    bool autoResume = true;
     bool behindFirewall = true;
     int nodeMode = 0; // index into the four node types
     std::array<std::uint32_t, kNumberFieldCount> numbers = {6346, 6347, 3, 6, 2, 100};
@@ -69,7 +70,7 @@ std::optional<std::uint32_t> ReadUnsignedField(std::string_view text);
 // The page's controls as text, ready to apply.
 struct NetworkPageInput {
     bool autoOnline = true;
-    bool autoResume = false;
+    bool autoResume = true;
     bool behindFirewall = true;
     int nodeMode = 0;
     std::array<std::string, kNumberFieldCount> numbers;

@@ -45,6 +45,7 @@ TEST(NetworkPage, ANewInstallationShowsTheDefaults) {
     FakeSettings settings;
     const NetworkPageValues values = LoadNetworkPage(profile, settings);
     EXPECT_TRUE(values.autoOnline);
+    EXPECT_TRUE(values.autoResume);
     EXPECT_TRUE(values.behindFirewall);
     EXPECT_EQ(values.nodeMode, 0);
     EXPECT_EQ(values.numbers, (std::array<std::uint32_t, 6>{6346, 6347, 3, 6, 2, 100}));
@@ -87,11 +88,13 @@ TEST(NetworkPage, ApplyWritesEveryKeyAndTheSettings) {
     FakeSettings settings;
     NetworkPageValues values;
     values.autoOnline = false;
+    values.autoResume = false;
     values.behindFirewall = false;
     values.nodeMode = 3;
     values.numbers = {6000, 6001, 4, 8, 3, 250};
     ASSERT_EQ(ApplyNetworkPage(InputOf(values), profile, settings), std::nullopt);
     EXPECT_EQ(settings.values["AutoOnline"], 0);
+    EXPECT_EQ(settings.values["AutoResume"], 0);
     EXPECT_EQ(profile.keys["NetWork/Port"], "6000");
     EXPECT_EQ(profile.keys["NetWork/NodeMode"], "3");
     EXPECT_EQ(profile.keys["NetWork/BehindFirewall"], "0");

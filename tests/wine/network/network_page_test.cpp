@@ -73,6 +73,7 @@ TEST_F(NetworkPageTest, ANewInstallationShowsTheDefaults) {
     EXPECT_EQ(Field(IDC_NODE_TYPE), "automatic");
     EXPECT_EQ(::SendDlgItemMessageA(page, IDC_NODE_TYPE, CB_GETCOUNT, 0, 0), 4);
     EXPECT_TRUE(Checked(IDC_AUTO_ONLINE));
+    EXPECT_TRUE(Checked(IDC_AUTO_RESUME));
     EXPECT_TRUE(Checked(IDC_BEHIND_FIREWALL));
     EXPECT_EQ(Field(IDC_PEER_MAX), "3");
     EXPECT_EQ(Field(IDC_ULTRA_PEER_MAX), "6");
@@ -94,6 +95,7 @@ TEST_F(NetworkPageTest, TheUploadPortReopensAsThePortPlusOne) {
     ::SetDlgItemTextA(page, IDC_UPLOAD_PORT, "7000");
     ::SendDlgItemMessageA(page, IDC_NODE_TYPE, CB_SETCURSEL, 2, 0);
     ::CheckDlgButton(page, IDC_AUTO_ONLINE, BST_UNCHECKED);
+    ::CheckDlgButton(page, IDC_AUTO_RESUME, BST_UNCHECKED);
     ASSERT_TRUE(PressOk());
     EXPECT_EQ(IniValue("Port"), "6346");
     EXPECT_EQ(IniValue("UploadPort"), "7000");
@@ -105,6 +107,13 @@ TEST_F(NetworkPageTest, TheUploadPortReopensAsThePortPlusOne) {
     EXPECT_EQ(Field(IDC_UPLOAD_PORT), "6347");
     EXPECT_EQ(Field(IDC_NODE_TYPE), "leaf peer");
     EXPECT_FALSE(Checked(IDC_AUTO_ONLINE));
+    EXPECT_FALSE(Checked(IDC_AUTO_RESUME));
+    DWORD stored = 1;
+    DWORD size = sizeof stored;
+    ASSERT_EQ(::RegGetValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View", "AutoOnline",
+                             RRF_RT_REG_DWORD, nullptr, &stored, &size),
+              ERROR_SUCCESS);
+    EXPECT_EQ(stored, 0u);
 }
 
 TEST_F(NetworkPageTest, BehindFirewallOutsideTheFlagsShowsUnchecked) {
