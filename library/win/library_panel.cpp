@@ -161,6 +161,7 @@ public:
 
     HWND Window() const override { return hwnd(); }
     std::string Title() const override { return Text(site_.Language(), kLibraryTitle); }
+    int SharedFileCount() const override { return sharedCount_; }
 
     void OnShow(bool shown) override {
         if (shown && !fileManager_) {
@@ -287,7 +288,8 @@ private:
 
         long count = 0;
         win::ThrowIfFailed(fileManager_->GetSharedFileCount(&count), IID_IFileManager);
-        site_.SetStatusCounter(shell::kPaneShared, static_cast<int>(count));
+        sharedCount_ = static_cast<int>(count);
+        site_.SetStatusCounter(shell::kPaneShared, sharedCount_);
     }
 
     // The folder list, keeping the selected folder selected by its text.
@@ -504,6 +506,7 @@ private:
     DWORD cookie_ = 0;
     std::vector<LibraryRow> shared_;
     std::vector<LibraryRow> downloaded_;
+    int sharedCount_ = -1;
 };
 
 } // namespace

@@ -1,24 +1,20 @@
 #include "network/win/config_paths.h"
 
-#include <shlobj.h>
 #include <windows.h>
+
+#include "platform/win/text.h"
+#include "platform/win/user_folders.h"
 
 namespace corvid::network {
 
-std::string ConfigBaseFolder() {
+std::string NetworkIniPath() {
     char buffer[MAX_PATH] = {};
     const DWORD length = ::GetEnvironmentVariableA("CORVID_CONFIG_BASE", buffer, sizeof buffer);
     if (length > 0 && length < sizeof buffer) {
-        return buffer;
+        return std::string(buffer) + "\\Config\\NetWork.ini";
     }
-    if (FAILED(::SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, buffer))) {
-        return {};
-    }
-    return std::string(buffer) + "\\Corvid";
-}
-
-std::string NetworkIniPath() {
-    return ConfigBaseFolder() + "\\Config\\NetWork.ini";
+    const std::wstring path = win::NetWorkIniPath();
+    return win::ToAnsi(path.c_str(), static_cast<int>(path.size()));
 }
 
 } // namespace corvid::network

@@ -5,6 +5,7 @@
 #include "network/host_info.h"
 #include "network/win/dialog_language.h"
 #include "network/win/netviews_ids.h"
+#include "network/win/options_sheet.h"
 #include "platform/win/com_error.h"
 #include "platform/win/handles.h"
 #include "platform/win/module.h"
@@ -58,6 +59,22 @@ public:
 
     HWND Window() const override { return hwnd(); }
     std::string Title() const override { return Text(site_.Language(), kHostsTitle); }
+
+    // The engine came or went: a new one's nodes show at once rather than at the next tick.
+    void OnEngine(IGnutellaEngine* engine) override {
+        if (engine) {
+            Guarded([this] { Refresh(); });
+        }
+    }
+
+    // The options sheet belongs to the network views: the main view hands its command here.
+    bool OnPanelCommand(const std::string& name) override {
+        if (name != "p2p_options") {
+            return false;
+        }
+        ShowOptionsSheet(site_);
+        return true;
+    }
 
     void ApplyLanguage() override {
         for (std::size_t i = 0; i < kHostColumns.size(); ++i) {

@@ -72,6 +72,7 @@ TEST_F(LibraryPanelTest, ShowsFoldersSharedFilesAndDownloadsWithTheirHashing) {
     ASSERT_EQ(ListView_GetItemCount(downloads), 1);
     EXPECT_EQ(ListViewText(downloads, 0, 0), "talk.ogg");
     EXPECT_EQ(site.counters[shell::kPaneShared], 2);
+    EXPECT_EQ(panel->SharedFileCount(), 2);
     EXPECT_TRUE(::IsDlgButtonChecked(panel->Window(), library::kLibraryShareDownloads));
     EXPECT_EQ(::SendMessageA(Item(library::kLibraryCpuShare), TBM_GETPOS, 0, 0), 25);
     EXPECT_EQ(WindowText(Item(library::kLibraryCpuShareText)), "25% of one processor");
@@ -137,6 +138,7 @@ TEST_F(LibraryPanelTest, WithoutAFileManagerThePanelSaysSo) {
     EXPECT_NE(WindowText(Item(library::kLibraryUnavailable)).find("file manager"),
               std::string::npos);
     EXPECT_FALSE(::IsWindowVisible(Item(library::kLibrarySharedFiles)));
+    EXPECT_EQ(panel->SharedFileCount(), -1);
     Click(library::kLibraryAddFolder);
     EXPECT_TRUE(manager->added.empty());
 }

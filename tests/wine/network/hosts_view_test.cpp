@@ -6,6 +6,7 @@
 
 #include <commctrl.h>
 #include <gtest/gtest.h>
+#include <prsht.h>
 
 #include <optional>
 #include <string>
@@ -170,6 +171,25 @@ TEST_F(HostsViewTest, CommandsWithoutASelectionDoNothing) {
     Select(0);
     Command(ID_HOSTS_BROWSE);
     EXPECT_TRUE(site.mainMessages.empty());
+}
+
+// The sheet is modal: a timer of the test's thread, run by the sheet's own message loop, notes
+// its caption and cancels it.
+std::string g_sheetCaption;
+void CALLBACK CancelSheet(HWND, UINT, UINT_PTR timer, DWORD) {
+    if (HWND sheet = ::FindWindowA(nullptr, "Corvid Options")) {
+        g_sheetCaption = WindowText(sheet);
+        PropSheet_PressButton(sheet, PSBTN_CANCEL);
+        ::KillTimer(nullptr, timer);
+    }
+}
+
+TEST_F(HostsViewTest, TheOptionsCommandOpensTheOptionsSheet) {
+    EXPECT_FALSE(panel->OnPanelCommand("p2p_browse_host"));
+    const UINT_PTR timer = ::SetTimer(nullptr, 0, 100, CancelSheet);
+    EXPECT_TRUE(panel->OnPanelCommand("p2p_options"));
+    ::KillTimer(nullptr, timer);
+    EXPECT_EQ(g_sheetCaption, "Corvid Options");
 }
 
 TEST(HostsPopup, HoldsAddNodeDisconnectAndBrowseHost) {
