@@ -122,8 +122,8 @@ protected:
     void Layout(int width, int) override {
         const int textWidth = std::min(width - 48, 560);
         ::MoveWindow(heading_, 24, 24, textWidth, 20, TRUE);
-        ::MoveWindow(text_, 24, 52, textWidth, 40, TRUE);
-        ::MoveWindow(note_, 24, 96, textWidth, 40, TRUE);
+        ::MoveWindow(text_, 24, 52, textWidth, 32, TRUE);
+        ::MoveWindow(note_, 24, 88, textWidth, 40, TRUE);
     }
 
 private:

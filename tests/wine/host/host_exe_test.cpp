@@ -240,4 +240,41 @@ TEST_F(HostProgram, ShowsTheMergedMenusAndConnectSwapsTheCommandStates) {
     corvid::testing::SaveScreenshot("corvid-host");
 }
 
+TEST_F(HostProgram, TheSettingsDialogStoresPerUserAndTheMenusFollow) {
+    HWND frame = Start();
+    ASSERT_TRUE(frame);
+    MenuLine bar = ParseReport(ReadWhole(menus_));
+    ASSERT_GE(bar.children.size(), 4u);
+    const MenuLine* tabPanel = Find(bar.children[2], "Tab &Panel");
+    const MenuLine* options = Find(bar.children[3], "&Browser Options...");
+    ASSERT_TRUE(tabPanel && options);
+    EXPECT_TRUE(tabPanel->checked);
+
+    ::PostMessageA(frame, WM_COMMAND, MAKEWPARAM(options->id, 0), 0);
+    HWND dialog = nullptr;
+    ASSERT_TRUE(corvid::testing::PumpUntil(
+        [&] { return (dialog = ::FindWindowA("#32770", "Browser Options")) != nullptr; }, 10000));
+    HWND visible = ::GetDlgItem(dialog, 203);
+    ASSERT_TRUE(visible);
+    EXPECT_EQ(::SendMessageA(visible, BM_GETCHECK, 0, 0), BST_CHECKED);
+    ::SendMessageA(visible, BM_SETCHECK, BST_UNCHECKED, 0);
+    ::PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(IDOK, BN_CLICKED), 0);
+    ASSERT_TRUE(corvid::testing::PumpUntil(
+        [&] {
+            const MenuLine now = ParseReport(ReadWhole(menus_));
+            const MenuLine* line =
+                now.children.size() > 2 ? Find(now.children[2], "Tab &Panel") : nullptr;
+            return line && !line->checked;
+        },
+        10000));
+    DWORD value = 1;
+    DWORD size = sizeof value;
+    EXPECT_EQ(::RegGetValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\Settings", "Tab Visible",
+                             RRF_RT_REG_DWORD, nullptr, &value, &size),
+              ERROR_SUCCESS);
+    EXPECT_EQ(value, 0u);
+    ::RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\Settings");
+    ::RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View");
+}
+
 } // namespace
