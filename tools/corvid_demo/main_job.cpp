@@ -433,6 +433,12 @@ bool MainJob::Download() {
         if (!shown) {
             return Fail("the download page shows no row for the big file");
         }
+        // Chosen as a user would, so the source tree beneath lists its sources.
+        const int at = FindRow(list, "Name", options_.network.bigFileName);
+        LVITEMA chosenDownload = {};
+        chosenDownload.state = chosenDownload.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
+        ::SendMessageA(list, LVM_SETITEMSTATE, at, reinterpret_cast<LPARAM>(&chosenDownload));
+        PumpUntil([] { return false; }, 300);
         if (options_.screenshot) {
             options_.screenshot("download-progress");
         }
