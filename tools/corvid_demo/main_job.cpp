@@ -244,8 +244,10 @@ bool MainJob::Step(const std::string& what, const std::function<bool()>& body) {
     }
     if (options_.report) {
         options_.report("step " + std::to_string(step_) + ": " + what + " (" +
-                        Seconds(Clock::now() - start) + ")" + (ok ? "" : " FAILED: " + error_));
+                        Seconds(Clock::now() - start) + ")" +
+                        (ok ? (seen_.empty() ? "" : ": " + seen_) : " FAILED: " + error_));
     }
+    seen_.clear();
     return ok;
 }
 
@@ -349,7 +351,8 @@ bool MainJob::WaitOnline() {
             [&] {
                 nodesPane_ =
                     testing::StatusBarText(StatusBar(), shell::StatusPaneIndex(shell::kPaneNodes));
-                return LeadingNumber(nodesPane_) >= ultrapeers;
+                return testing::StatusBarText(StatusBar(), 0) == "Connections OK" &&
+                       LeadingNumber(nodesPane_) >= ultrapeers;
             },
             options_.stepTimeoutMs);
         if (!online) {
@@ -433,12 +436,8 @@ bool MainJob::Download() {
         if (!shown) {
             return Fail("the download page shows no row for the big file");
         }
-        // Chosen as a user would, so the source tree beneath lists its sources.
-        const int at = FindRow(list, "Name", options_.network.bigFileName);
-        LVITEMA chosenDownload = {};
-        chosenDownload.state = chosenDownload.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-        ::SendMessageA(list, LVM_SETITEMSTATE, at, reinterpret_cast<LPARAM>(&chosenDownload));
-        PumpUntil([] { return false; }, 300);
+        seen_ = "Status \"" + downloadRow_.Cell("Status") + "\", Progress \"" +
+                downloadRow_.Cell("Progress") + "\"";
         if (options_.screenshot) {
             options_.screenshot("download-progress");
         }

@@ -101,6 +101,7 @@ private:
     HWND resultList_ = nullptr;
     int step_ = 0;
     std::string error_;
+    std::string seen_; // what the step saw, for its report line
     SeenRow resultRow_, downloadRow_, libraryRow_;
     int hostRows_ = 0;
     std::string nodesPane_;
