@@ -65,8 +65,12 @@ bool UploadPanel::Create(HWND parent) {
         return false;
     CreateControls();
     Layout();
-    if (site_.Engine())
-        OnEngine(site_.Engine());
+    // Made while online: ask for the upload component once; later connects hand it over.
+    if (IGnutellaEngine* engine = site_.Engine()) {
+        corvid::win::ComPtr<IUploadManager> uploads;
+        engine->GetUploads(uploads.put());
+        OnUploads(uploads.get());
+    }
     ShowCount(0);
     return true;
 }
@@ -176,10 +180,10 @@ void UploadPanel::OnShow(bool shown) {
 }
 
 void UploadPanel::OnEngine(IGnutellaEngine* engine) {
-    corvid::win::ComPtr<IUploadManager> uploads;
-    if (engine)
-        engine->GetUploads(uploads.put());
-    OnUploads(uploads.get());
+    // The main view hands the upload component over at every connect (OnUploads); only the
+    // engine's going away matters here.
+    if (!engine)
+        OnUploads(nullptr);
 }
 
 void UploadPanel::OnUploads(IUploadManager* uploads) {
