@@ -14,36 +14,16 @@ namespace corvid::shell {
 
 namespace {
 
-// The panels' factories; some are overloaded, so each row names one by a plain function.
-std::unique_ptr<Panel> MakeLibrary(PanelSite& site) {
-    return library::MakeLibraryPanel(site);
-}
-std::unique_ptr<Panel> MakeSearch(PanelSite& site) {
-    return search::MakeSearchPanel(site);
-}
-std::unique_ptr<Panel> MakeUpload(PanelSite& site) {
-    return transfer::win::MakeUploadPanel(site);
-}
-std::unique_ptr<Panel> MakeHosts(PanelSite& site) {
-    return network::MakeHostsPanel(site);
-}
-std::unique_ptr<Panel> MakeTheater(PanelSite& site) {
-    return theater::MakeTheaterPanel(site);
-}
-std::unique_ptr<Panel> MakeDownload(PanelSite& site) {
-    return transfer::win::MakeDownloadPanel(site);
-}
-
 // Creation order: library, (the status bar), search, upload, information, hosts, theater; the
 // download page and the console beside them. The information panel answers no command.
 const std::array<PanelEntry, 8> kPanels = {{
-    {kCmdLibrary, "p2p_library", 1, 36120, &MakeLibrary},
-    {kCmdSearch, "p2p_search", 3, 36121, &MakeSearch},
-    {kCmdUpload, "p2p_upload", 4, 36122, &MakeUpload},
+    {kCmdLibrary, "p2p_library", 1, 36120, &library::MakeLibraryPanel},
+    {kCmdSearch, "p2p_search", 3, 36121, &search::MakeSearchPanel},
+    {kCmdUpload, "p2p_upload", 4, 36122, &transfer::win::MakeUploadPanel},
     {0, "", 5, 36123, &MakeInfoPanel},
-    {kCmdHosts, "p2p_hosts", 6, 36124, &MakeHosts},
-    {kCmdTheater, "p2p_theater", 7, 36125, &MakeTheater},
-    {kCmdDownload, "p2p_download", 8, 36126, &MakeDownload},
+    {kCmdHosts, "p2p_hosts", 6, 36124, &network::MakeHostsPanel},
+    {kCmdTheater, "p2p_theater", 7, 36125, &theater::MakeTheaterPanel},
+    {kCmdDownload, "p2p_download", 8, 36126, &transfer::win::MakeDownloadPanel},
     {kCmdConsole, "p2p_console", 9, 36127, &MakeConsolePanel},
 }};
 

@@ -65,7 +65,6 @@ bool UploadPanel::Create(HWND parent) {
         return false;
     CreateControls();
     Layout();
-    // Made while online: ask for the upload component once; later connects hand it over.
     if (IGnutellaEngine* engine = site_.Engine()) {
         corvid::win::ComPtr<IUploadManager> uploads;
         engine->GetUploads(uploads.put());
@@ -180,10 +179,11 @@ void UploadPanel::OnShow(bool shown) {
 }
 
 void UploadPanel::OnEngine(IGnutellaEngine* engine) {
-    // The main view hands the upload component over at every connect (OnUploads); only the
-    // engine's going away matters here.
-    if (!engine)
+    // The main view hands the upload component over at every connect (OnUploads); the panel asks
+    // the engine itself only when it is made after a connect (Create).
+    if (!engine) {
         OnUploads(nullptr);
+    }
 }
 
 void UploadPanel::OnUploads(IUploadManager* uploads) {
