@@ -5,6 +5,8 @@
 #include "platform/win/text.h"
 #include "search/result_cells.h"
 #include "search/win/search_resources.h"
+#include "theater/media_player.h"
+#include "theater/win/theater_panel.h"
 #include "transfer/download_list_file.h"
 #include "transfer/engine_events.h"
 #include "transfer/magnet_download.h"
@@ -895,7 +897,12 @@ std::time_t DownloadPanel::Now() {
 }
 
 std::unique_ptr<shell::Panel> MakeDownloadPanel(shell::PanelSite& site) {
-    return std::make_unique<DownloadPanel>(site, DefaultDownloadPanelOptions());
+    auto options = DefaultDownloadPanelOptions();
+    options.playInTheater = [](const std::string& path) {
+        theater::MediaPlayer* player = theater::FindMediaPlayer();
+        return player && player->Accepts(path) && player->Play(path);
+    };
+    return std::make_unique<DownloadPanel>(site, std::move(options));
 }
 
 bool IsMagnetLink(const std::string& keywords) {

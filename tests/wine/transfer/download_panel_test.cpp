@@ -2,9 +2,9 @@
 // peers on loopback (started by transfer_fixture.sh), driven through its toolbar and list.
 
 #include "download/core/range_set.h"
+#include "search/win/search_resources.h"
 #include "tests/wine/support/fake_panel_site.h"
 #include "tests/wine/support/wine_test_support.h"
-#include "search/win/search_resources.h"
 #include "tests/wine/transfer/transfer_test_support.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/download_panel.h"

@@ -13,6 +13,8 @@ stop() {
     for pidfile in "$dir"/run/*.pid; do
         [ -f "$pidfile" ] || continue
         pid=$(cat "$pidfile")
+        # The peer job's downloads are its children: they go first.
+        pkill -P "$pid" 2>/dev/null || true
         kill "$pid" 2>/dev/null || true
         for _ in $(seq 50); do
             kill -0 "$pid" 2>/dev/null || break
@@ -104,6 +106,21 @@ done
     echo "node1=$node1"
     echo "node2=$node2"
 } >>"$ini"
+
+# A native peer that downloads from the engine component once the upload test tells where it
+# listens (it writes the port into DIR/engine.port): big.bin, then slow.bin, each to its end.
+mkdir -p "$dir/peer"
+(
+    while [ ! -s "$dir/engine.port" ]; do sleep 0.2; done
+    engine_port=$(cat "$dir/engine.port")
+    for file in big.bin slow.bin; do
+        sha1=$(grep "^$file=" "$ini" | cut -d= -f2)
+        "$node" get "$sha1" --source "127.0.0.1:$engine_port" --out "$dir/peer" --timeout 300 \
+            >>"$dir/logs/peer.out" 2>&1 &
+    done
+    wait
+) </dev/null >/dev/null 2>&1 &
+echo $! >"$dir/run/peer.pid"
 
 # Ready when every port answers (the peers hash their share first).
 for port in "$fast1" "$fast2" "$medium" "$slow" "$node1" "$node2"; do
