@@ -3,9 +3,11 @@
 // One owner for every Windows and COM resource: small move-only wrappers, copy deleted, and
 // put() releasing whatever is held before handing out the address for an out-parameter.
 
+// <windows.h> first: the COM headers after it need its types.
+#include <windows.h>
+
 #include <oleauto.h>
 #include <unknwn.h>
-#include <windows.h>
 
 #include <utility>
 

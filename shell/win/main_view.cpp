@@ -9,6 +9,7 @@
 #include "shell/win/customise_dialog.h"
 #include "shell/win/panel_table.h"
 #include "shell/win/toolbar_store.h"
+#include "transfer/win/download_panel.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -338,6 +339,13 @@ bool MainView::Disconnect() {
 }
 
 void MainView::SearchOnP2P(const std::string& keywords, const std::string& type) {
+    // A magnet link names one file: it is a download (whose sources need no search), shown on
+    // the download page, and a malformed one is told there and starts nothing.
+    if (transfer::win::IsMagnetLink(keywords)) {
+        ::SendMessageA(hwnd(), WM_COMMAND, MAKEWPARAM(kCmdDownload, 0), 0);
+        transfer::win::StartMagnet(*this, keywords);
+        return;
+    }
     ::SendMessageA(hwnd(), WM_COMMAND, MAKEWPARAM(kCmdSearch, 0), 0);
     if (!engine_) {
         if (!prompt_.AskYesNo(hwnd(), Text(32949))) {
