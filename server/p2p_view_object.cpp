@@ -1,120 +1,141 @@
 #include "server/p2p_view_object.h"
 
-#include <new>
+#include "markup/language_table.h"
+#include "markup/skin.h"
+#include "platform/win/text.h"
+#include "shell/win/host_link.h"
+#include "shell/win/main_view.h"
+#include "shell/win/prompt.h"
 
 namespace corvid::server {
 
-HRESULT P2PViewObject::Create(REFIID iid, void** object) {
-    auto* view = new (std::nothrow) P2PViewObject;
-    if (!view) {
-        return E_OUTOFMEMORY;
-    }
-    HRESULT hr = view->QueryInterface(iid, object);
-    view->Release();
-    return hr;
+P2PViewObject::P2PViewObject() : prompt_(std::make_unique<shell::MessageBoxPrompt>()) {
+    shell::InstallHostFolderFiles();
 }
 
-HRESULT P2PViewObject::QueryInterface(REFIID iid, void** object) {
-    if (!object) {
-        return E_POINTER;
-    }
-    *object = nullptr;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-        IsEqualIID(iid, IID_IP2PView)) {
-        *object = static_cast<IP2PView*>(this);
-    } else if (IsEqualIID(iid, IID_IProvideClassInfo)) {
-        *object = static_cast<IProvideClassInfo*>(this);
-    } else {
-        return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
-}
+P2PViewObject::~P2PViewObject() = default;
 
-ULONG P2PViewObject::AddRef() {
-    return ::InterlockedIncrement(&references_);
-}
-
-ULONG P2PViewObject::Release() {
-    ULONG left = ::InterlockedDecrement(&references_);
-    if (left == 0) {
-        delete this;
-    }
-    return left;
-}
-
-HRESULT P2PViewObject::TypeInfoOf(const GUID& guid, win::ComPtr<ITypeInfo>& cache,
-                                  ITypeInfo** info) {
-    if (!info) {
-        return E_POINTER;
-    }
-    *info = nullptr;
-    if (!cache) {
-        win::ComPtr<ITypeLib> library;
-        HRESULT hr = ::LoadTypeLibEx(ModulePath().c_str(), REGKIND_NONE, library.put());
-        if (FAILED(hr)) {
-            return hr;
+HRESULT P2PViewObject::SearchOnP2P(BSTR keywords, BSTR type) {
+    // The page's script does not care what became of its search, so this always succeeds; a
+    // failing engine call has ended the search and left the console a note.
+    win::ComBoundary([&] {
+        if (view_) {
+            view_->SearchOnP2P(win::BstrToAnsi(keywords), win::BstrToAnsi(type));
         }
-        hr = library->GetTypeInfoOfGuid(guid, cache.put());
-        if (FAILED(hr)) {
-            return hr;
+        return S_OK;
+    });
+    return S_OK;
+}
+
+HRESULT P2PViewObject::Attach(IUnknown* host, HWND tab) {
+    return win::ComBoundary([&] {
+        if (!tab || !::IsWindow(tab)) {
+            return E_INVALIDARG;
         }
-    }
-    *info = cache.get();
-    (*info)->AddRef();
-    return S_OK;
+        if (view_) {
+            return E_UNEXPECTED;
+        }
+        auto view = std::make_unique<shell::MainView>(Identity(), *prompt_);
+        view_ = std::move(view);
+        if (!view_->Attach(host, tab)) {
+            view_.reset();
+            return E_FAIL;
+        }
+        return S_OK;
+    });
 }
 
-HRESULT P2PViewObject::GetTypeInfoCount(UINT* count) {
-    if (!count) {
-        return E_POINTER;
-    }
-    *count = 1;
-    return S_OK;
+HRESULT P2PViewObject::Detach() {
+    return win::ComBoundary([&] {
+        view_.reset();
+        return S_OK;
+    });
 }
 
-HRESULT P2PViewObject::GetTypeInfo(UINT index, LCID, ITypeInfo** info) {
-    if (info) {
-        *info = nullptr;
-    }
-    if (index != 0) {
-        return DISP_E_BADINDEX;
-    }
-    return TypeInfoOf(IID_IP2PView, interfaceInfo_, info);
+HRESULT P2PViewObject::SetRect(LONG left, LONG top, LONG right, LONG bottom) {
+    return win::ComBoundary([&] {
+        if (!view_) {
+            return E_UNEXPECTED;
+        }
+        view_->Place({left, top, right, bottom});
+        return S_OK;
+    });
 }
 
-HRESULT P2PViewObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
-    if (!IsEqualIID(iid, IID_NULL)) {
-        return DISP_E_UNKNOWNINTERFACE;
-    }
-    win::ComPtr<ITypeInfo> info;
-    HRESULT hr = TypeInfoOf(IID_IP2PView, interfaceInfo_, info.put());
-    return SUCCEEDED(hr) ? ::DispGetIDsOfNames(info.get(), names, count, ids) : hr;
+HRESULT P2PViewObject::Focus() {
+    return win::ComBoundary([&] {
+        if (view_) {
+            view_->Focus();
+        }
+        return S_OK;
+    });
 }
 
-HRESULT P2PViewObject::Invoke(DISPID id, REFIID iid, LCID, WORD flags, DISPPARAMS* params,
-                              VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
-    if (!IsEqualIID(iid, IID_NULL)) {
-        return DISP_E_UNKNOWNINTERFACE;
-    }
-    win::ComPtr<ITypeInfo> info;
-    HRESULT hr = TypeInfoOf(IID_IP2PView, interfaceInfo_, info.put());
-    if (FAILED(hr)) {
-        return hr;
-    }
-    return ::DispInvoke(static_cast<IP2PView*>(this), info.get(), id, flags, params, result,
-                        exception, argumentError);
+HRESULT P2PViewObject::GetMenu(BSTR menuId, BSTR* text) {
+    return win::ComBoundary([&] {
+        if (!text) {
+            return E_POINTER;
+        }
+        *text = nullptr;
+        const std::string id = win::BstrToAnsi(menuId);
+        const std::string menu = view_ ? view_->MenuText(id) : std::string();
+        *text = shell::MakeBstr(menu, IID_ITarvoPlugIn).detach();
+        return menu.empty() ? S_FALSE : S_OK;
+    });
 }
 
-HRESULT P2PViewObject::SearchOnP2P(BSTR, BSTR) {
-    // The page's script does not care what became of its search, so this always succeeds. The
-    // search itself is the main view's to run; until a main view stands in the tab there is
-    // nowhere to run it.
-    return S_OK;
+HRESULT P2PViewObject::Execute(BSTR command, LONG* handled) {
+    if (handled) {
+        *handled = 0;
+    }
+    return win::ComBoundary([&] {
+        if (!handled) {
+            return E_POINTER;
+        }
+        if (!view_) {
+            return E_UNEXPECTED;
+        }
+        *handled = view_->Execute(win::BstrToAnsi(command)) ? 1 : 0;
+        return S_OK;
+    });
 }
 
-HRESULT P2PViewObject::GetClassInfo(ITypeInfo** info) {
-    return TypeInfoOf(CLSID_P2PView, classInfo_, info);
+HRESULT P2PViewObject::GetToolbar(HWND parent, HWND* toolbar) {
+    return win::ComBoundary([&] {
+        if (!toolbar) {
+            return E_POINTER;
+        }
+        *toolbar = nullptr;
+        if (!view_) {
+            return E_UNEXPECTED;
+        }
+        *toolbar = view_->Toolbar(parent);
+        return *toolbar ? S_OK : E_FAIL;
+    });
+}
+
+HRESULT P2PViewObject::ApplySkin(BSTR name, LONG relayout) {
+    return win::ComBoundary([&] {
+        const std::string skin = win::BstrToAnsi(name);
+        if (view_) {
+            view_->ApplySkinByName(skin, relayout != 0);
+        } else {
+            corvid::ApplySkin(skin, false);
+        }
+        return S_OK;
+    });
+}
+
+HRESULT P2PViewObject::SetLanguage(BSTR name, LONG refresh) {
+    return win::ComBoundary([&] {
+        const std::string language = win::BstrToAnsi(name);
+        if (view_) {
+            view_->SetLanguageByName(language, refresh != 0);
+        } else {
+            corvid::Language().Load(language);
+        }
+        return S_OK;
+    });
 }
 
 } // namespace corvid::server

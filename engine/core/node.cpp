@@ -26,6 +26,7 @@ struct Node::Link {
     bool writing = false;
     bool closing = false; // no more reads are delivered; close once the queue is written
     bool shut = false;
+    LinkTraffic traffic;
 };
 
 Node::Node(asio::io_context& io, NodeOptions options, const SharedFileIndex& index,
@@ -111,6 +112,13 @@ void Node::SaveHostCache() {
         return;
     std::ofstream out(options_.host_cache_file, std::ios::trunc);
     out << servent_->HostCacheText();
+}
+
+std::optional<LinkTraffic> Node::traffic(PeerId peer) const {
+    auto it = links_.find(peer);
+    if (it == links_.end())
+        return std::nullopt;
+    return it->second->traffic;
 }
 
 std::size_t Node::queued_bytes() const {
@@ -212,6 +220,8 @@ void Node::Read(std::shared_ptr<Link> link) {
                 servent_->Lost(link->id);
                 return;
             }
+            link->traffic.bytes_in += n;
+            link->traffic.last_activity = std::chrono::steady_clock::now();
             servent_->Received(link->id, ByteView(link->buffer.data(), n));
             if (!link->closing)
                 Read(link);
@@ -269,6 +279,8 @@ void Node::Write(std::shared_ptr<Link> link) {
                           for (const auto& b : *batch)
                               written += b.size();
                           link->queued -= std::min(link->queued, written);
+                          link->traffic.bytes_out += written;
+                          link->traffic.last_activity = std::chrono::steady_clock::now();
                           if (ec) {
                               bool was_closing = link->closing;
                               link->closing = true;

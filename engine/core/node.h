@@ -38,6 +38,13 @@ struct NodeOptions {
     int udp_answers_per_second = 20;
 };
 
+// What one link has carried so far, for the hosts view.
+struct LinkTraffic {
+    std::uint64_t bytes_in = 0;
+    std::uint64_t bytes_out = 0;
+    std::chrono::steady_clock::time_point last_activity{};
+};
+
 class Node : private ServentTransport {
 public:
     // Receives the connections whose first bytes were not "GNUTELLA" ("GET ", "HEAD ", "GIV "):
@@ -65,6 +72,8 @@ public:
     }
     // Total bytes waiting in write queues: what slow readers cost us right now.
     std::size_t queued_bytes() const;
+    // Nothing once the link is gone.
+    std::optional<LinkTraffic> traffic(PeerId peer) const;
 
 private:
     struct Link;

@@ -1,5 +1,6 @@
 // corvid-node: the engine as a headless servent for local test networks, demos and benchmarks.
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -12,6 +13,7 @@
 #include "engine/sharing/push_relay.h"
 #include "engine/sharing/upload_server.h"
 #include "tools/corvid_node/arguments.h"
+#include "tools/corvid_node/get_command.h"
 
 namespace {
 
@@ -25,6 +27,34 @@ std::optional<std::string> ReadFile(const std::string& path) {
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
+}
+
+// Readers polling the file see the old text or the new, never half of one.
+bool WriteFileAtomically(const std::string& path, const std::string& text) {
+    const std::string temporary = path + ".tmp";
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        out << text;
+        if (!out.flush())
+            return false;
+    }
+    return std::rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+// What a script waiting for a test network to form needs to know about this node.
+std::string StatusText(Node& node) {
+    int ultrapeers = 0;
+    int leaves = 0;
+    int leaf_tables = 0;
+    for (const auto& peer : node.servent().Peers()) {
+        ultrapeers += peer.kind == PeerKind::Ultrapeer;
+        leaves += peer.kind == PeerKind::Leaf;
+        leaf_tables += peer.kind == PeerKind::Leaf && peer.qrp_table_complete;
+    }
+    return "listen " + node.endpoint().ToString() + "\nmode " +
+           (node.servent().IsUltrapeer() ? "ultrapeer" : "leaf") + "\nultrapeers " +
+           std::to_string(ultrapeers) + "\nleaves " + std::to_string(leaves) + "\nleaf-tables " +
+           std::to_string(leaf_tables) + "\n";
 }
 
 const char* KindName(PeerKind kind) {
@@ -45,13 +75,26 @@ public:
                   << KindName(peer.kind) << " " << peer.user_agent << std::endl;
         if (on_open)
             on_open();
+        if (on_change)
+            on_change();
     }
-    void OnPeerClosed(PeerId peer) override { std::cout << "disconnected " << peer << std::endl; }
+    void OnPeerClosed(PeerId peer) override {
+        std::cout << "disconnected " << peer << std::endl;
+        if (on_change)
+            on_change();
+    }
+    void OnQrpTableComplete(PeerId) override {
+        if (on_change)
+            on_change();
+    }
     void OnSearchHit(const Guid&, const QueryHit& hit) override {
         for (const auto& r : hit.results)
             std::cout << "hit\t" << FormatIp(hit.ip) << "\t" << hit.port << "\t" << r.index << "\t"
                       << r.size << "\t" << r.name << "\t" << (r.sha1.empty() ? "-" : r.sha1)
                       << (hit.flags.firewalled ? "\tpush" : "") << std::endl;
+        results += hit.results.size();
+        if (on_results)
+            on_results(results);
         if (on_hit)
             on_hit(hit);
     }
@@ -62,7 +105,10 @@ public:
             on_push(push);
     }
 
+    std::size_t results = 0;
     std::function<void()> on_open;
+    std::function<void()> on_change;
+    std::function<void(std::size_t)> on_results;
     std::function<void(const Push&)> on_push;
     std::function<void(const QueryHit&)> on_hit;
 };
@@ -87,7 +133,7 @@ int Browse(const Arguments& args) {
                             io.stop();
                         });
     asio::steady_timer deadline(io);
-    deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+    deadline.expires_after(std::chrono::seconds(args.TimeoutOr(5)));
     deadline.async_wait([&](const asio::error_code& ec) {
         if (!ec) {
             std::cerr << "corvid-node: browse: no answer in time\n";
@@ -101,6 +147,8 @@ int Browse(const Arguments& args) {
 int Run(const Arguments& args) {
     if (args.browse)
         return Browse(args);
+    if (args.get)
+        return corvid::node_tool::RunGet(args);
     NodeOptions options;
     if (!args.network_ini.empty()) {
         auto text = ReadFile(args.network_ini);
@@ -191,9 +239,19 @@ int Run(const Arguments& args) {
             AnswerPush(io, push, node.servent().servent_guid(), files, server);
         };
     }
+    if (!args.status_file.empty()) {
+        printer.on_change = [&] { WriteFileAtomically(args.status_file, StatusText(node)); };
+        printer.on_change();
+    }
     node.servent().SetObserver(&printer);
     std::cout << "listening " << node.endpoint().ToString() << " "
               << (node.servent().IsUltrapeer() ? "ultrapeer" : "leaf") << std::endl;
+    if (!args.port_file.empty() &&
+        !WriteFileAtomically(args.port_file, std::to_string(node.port()) + "\n")) {
+        std::cerr << "corvid-node: cannot write " << args.port_file << "\n";
+        node.Stop();
+        return 2;
+    }
     for (const auto& host : args.connect)
         node.servent().ConnectTo(host);
 
@@ -247,12 +305,19 @@ int Run(const Arguments& args) {
     for (const auto& word : args.keywords)
         text += (text.empty() ? "" : " ") + word;
     if (args.search) {
+        printer.on_results = [&](std::size_t results) {
+            if (args.enough_results > 0 &&
+                results >= static_cast<std::size_t>(args.enough_results)) {
+                node.Stop();
+                io.stop();
+            }
+        };
         printer.on_open = [&] {
             if (searched)
                 return;
             searched = true;
             node.servent().StartSearch(text, args.sha1s);
-            deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+            deadline.expires_after(std::chrono::seconds(args.TimeoutOr(5)));
             deadline.async_wait([&](const asio::error_code& ec) {
                 if (!ec) {
                     if (download)
@@ -263,7 +328,7 @@ int Run(const Arguments& args) {
             });
         };
         // Give up when no ultrapeer answers at all.
-        deadline.expires_after(std::chrono::seconds(args.timeout_seconds));
+        deadline.expires_after(std::chrono::seconds(args.TimeoutOr(5)));
         deadline.async_wait([&](const asio::error_code& ec) {
             if (!ec && !searched) {
                 std::cerr << "corvid-node: no ultrapeer accepted the connection\n";
