@@ -91,7 +91,7 @@ def cobs_ggep(ident, data):
 def hit_payload(extensions, trailer=b""):
     return (bytes([1]) + struct.pack("<H", 6346) + bytes([10, 0, 0, 1]) + struct.pack("<I", 100)
             + struct.pack("<II", 1, 0xFFFFFFFF) + b"a.iso\x00" + extensions + b"\x00"
-            + b"LIME" + bytes([4, 0x3d, 0x21 if trailer else 0x01]) + struct.pack("<H", 0) + trailer
+            + b"ABCD" + bytes([4, 0x3d, 0x21 if trailer else 0x01]) + struct.pack("<H", 0) + trailer
             + bytes(16))
 
 

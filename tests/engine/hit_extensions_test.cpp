@@ -30,7 +30,7 @@ Bytes HitWith(const Bytes& extensions, const Bytes& trailer_ggep = {}, std::uint
     out.push_back(0);
     PutBytes(out, extensions);
     out.push_back(0);
-    PutText(out, "LIME");
+    PutText(out, "ABCD");
     out.push_back(4);
     bool ggep = !trailer_ggep.empty();
     out.push_back(static_cast<std::uint8_t>(0x1C | (ggep ? 0x20 : 0)));

@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <asio.hpp>
+
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 namespace corvid::testing {
 namespace {
@@ -44,6 +47,83 @@ TEST(NodeNetwork, AFirewalledLeafsFileIsFetchedThroughPushAndGiv) {
     EXPECT_EQ(searcher.Wait(40s), 0) << searcher.log();
     EXPECT_FALSE(firewalled.LineStarting("push ", 5s).empty()) << firewalled.log();
     EXPECT_EQ(library::ToBase32(library::Sha1Of(ReadAll(downloads.path() / sha1))), sha1);
+}
+
+// A web cache on loopback that names one host to every asker, on a thread of its own.
+class LoopbackWebCache {
+public:
+    explicit LoopbackWebCache(std::string host) : host_(std::move(host)) {
+        acceptor_.listen();
+        Accept();
+        thread_ = std::thread([this] { io_.run(); });
+    }
+    ~LoopbackWebCache() {
+        asio::post(io_, [this] { acceptor_.close(); });
+        work_.reset();
+        thread_.join();
+    }
+    std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
+
+private:
+    void Accept() {
+        acceptor_.async_accept([this](const asio::error_code& ec, asio::ip::tcp::socket socket) {
+            if (ec)
+                return;
+            auto s = std::make_shared<asio::ip::tcp::socket>(std::move(socket));
+            auto request = std::make_shared<std::string>();
+            asio::async_read_until(
+                *s, asio::dynamic_buffer(*request), "\r\n\r\n",
+                [this, s, request](const asio::error_code& read_ec, std::size_t) {
+                    if (read_ec)
+                        return;
+                    auto answer = std::make_shared<std::string>(
+                        "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\nH|" + host_ +
+                        "|10\r\n");
+                    asio::async_write(*s, asio::buffer(*answer),
+                                      [s, answer](const asio::error_code&, std::size_t) {
+                                          asio::error_code ignored;
+                                          s->close(ignored);
+                                      });
+                });
+            Accept();
+        });
+    }
+
+    std::string host_;
+    asio::io_context io_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_ = asio::make_work_guard(io_);
+    asio::ip::tcp::acceptor acceptor_{io_, {asio::ip::address_v4::loopback(), 0}};
+    std::thread thread_;
+};
+
+TEST(NodeNetwork, ALeafThatKnowsOnlyAWebCacheFindsTheUltrapeersByItself) {
+    NodeProcess first({"--listen", "127.0.0.1:0", "--ultrapeer"});
+    const std::string up1 = ListeningAddress(first);
+    ASSERT_FALSE(up1.empty()) << first.log();
+    NodeProcess second({"--listen", "127.0.0.1:0", "--ultrapeer", "--connect", up1});
+    const std::string up2 = ListeningAddress(second);
+    ASSERT_FALSE(second.LineStarting("connected ", 20s).empty()) << second.log();
+
+    LoopbackWebCache cache(up1);
+    TempFolder folder;
+    const auto list = folder.path() / "caches.txt";
+    std::ofstream(list) << "# a loopback cache only\ngwc http://127.0.0.1:" << cache.port()
+                        << "/gwc.php\n";
+    const auto hosts = folder.path() / "hosts.txt";
+    {
+        NodeProcess leaf({"--listen", "127.0.0.1:0", "--leaf", "--caches", list.string(),
+                          "--host-cache", hosts.string()});
+        // The cache names the first ultrapeer; its try-list names the second.
+        const std::string one = leaf.LineStarting("connected ", 20s);
+        const std::string two = leaf.LineStarting("connected ", 20s);
+        ASSERT_FALSE(two.empty()) << leaf.log();
+        EXPECT_NE((one + two).find(up1), std::string::npos) << one << two;
+        EXPECT_NE((one + two).find(up2), std::string::npos) << one << two;
+    }
+    // Stopped, the leaf has kept both for its next start.
+    const std::string kept = ReadAll(hosts);
+    EXPECT_NE(kept.find(up1), std::string::npos) << kept;
+    EXPECT_NE(kept.find(up2), std::string::npos) << kept;
 }
 
 } // namespace
