@@ -4,6 +4,7 @@
 // (the creating) thread, and the plug-in's own reader must make sense of them.
 
 #include "platform/win/text.h"
+#include "platform/win/user_folders.h"
 #include "search/result_store.h"
 #include "search/search_result_reader.h"
 #include "tests/wine/engine/engine_test_support.h"
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
 namespace corvid::testing {
@@ -81,6 +83,8 @@ protected:
             engine_->Disconnect();
             engine_.reset();
         }
+        std::error_code ignored;
+        std::filesystem::remove(win::NetWorkIniPath(), ignored);
         UnregisterBoth();
     }
 
