@@ -3,6 +3,7 @@
 #include <asio.hpp>
 #include <chrono>
 #include <cinttypes>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

@@ -139,14 +139,15 @@ int main(int argc, char** argv) {
         return 1;
     }
     ResultStore store;
-    std::map<std::string, std::set<int>> offers; // SHA1 -> the ports of the hosts offering it
+    std::map<std::string, std::set<std::string>> offers; // SHA1 -> the hosts offering it
     int texts = 0;
     auto results =
         Listener::Make(DIID__IGnutellaSearchEvents, [&](DISPID, const std::string& text, long) {
             ++texts;
             ReadSearchResult(store, text);
             ReadResultFiles(text, [&](ParsedResult& result) {
-                offers[result.sha1].insert(result.source.port);
+                offers[result.sha1].insert(result.source.host + ":" +
+                                           std::to_string(result.source.port));
             });
         });
     Advise(search.get(), DIID__IGnutellaSearchEvents, results->Identity());
