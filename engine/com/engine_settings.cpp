@@ -35,6 +35,7 @@ EngineOptions ReadEngineOptions() {
     const EngineIni ini = ParseEngineIni(iniPath.empty() ? std::string() : ReadSmallFile(iniPath));
     options.network = ini.network;
     options.behind_firewall = ini.behind_firewall;
+    options.upload_port = ini.upload_port;
     options.bootstrap = ini.hosts;
     const std::string bootstrap = Environment("CORVID_ENGINE_BOOTSTRAP");
     std::string_view listed = bootstrap;

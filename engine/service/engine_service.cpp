@@ -84,11 +84,15 @@ EngineIni ParseEngineIni(std::string_view text) {
             continue;
         auto key = TrimSpaces(line.substr(0, eq));
         auto value = TrimSpaces(line.substr(eq + 1));
+        int number = 0;
+        auto [end, ec] = std::from_chars(value.data(), value.data() + value.size(), number);
+        const bool numeric = ec == std::errc() && end != value.data();
         if (EqualsIgnoreCase(key, "BehindFirewall")) {
-            int flag = 0;
-            auto [end, ec] = std::from_chars(value.data(), value.data() + value.size(), flag);
-            if (ec == std::errc() && end != value.data())
-                ini.behind_firewall = flag != 0;
+            if (numeric)
+                ini.behind_firewall = number != 0;
+        } else if (EqualsIgnoreCase(key, "UploadPort")) {
+            if (numeric && number > 0 && number < 65536)
+                ini.upload_port = static_cast<std::uint16_t>(number);
         } else if (EqualsIgnoreCase(key, "Hosts")) {
             // A hand-edited list: what does not parse is skipped, and a long list is cut short.
             while (!value.empty() && ini.hosts.size() < 32) {
@@ -232,7 +236,6 @@ std::error_code EngineService::Start(EngineOptions options) {
     });
     run->node->servent().SetObserver(r);
     run->PollUploadLimit();
-
     if (port_taken) {
         listener_.OnStatus("Port " + std::to_string(run->options.network.port) +
                                " is in use; listening on port " + std::to_string(run->port),
@@ -240,6 +243,17 @@ std::error_code EngineService::Start(EngineOptions options) {
     } else {
         listener_.OnStatus("Listening on port " + std::to_string(run->port), kStatusListening);
     }
+    if (run->options.upload_port != 0 && run->options.upload_port != run->port) {
+        try {
+            run->server->Listen({asio::ip::address_v4::any(), run->options.upload_port});
+        } catch (const std::system_error&) {
+            listener_.OnStatus("Upload port " + std::to_string(run->options.upload_port) +
+                                   " is in use; uploads go through port " +
+                                   std::to_string(run->port),
+                               kStatusUploadPortTaken);
+        }
+    }
+
     for (const auto& host : run->options.bootstrap) {
         listener_.OnStatus("Connecting to " + host.ToString(), kStatusDialling);
         run->node->servent().ConnectTo(host);

@@ -23,6 +23,8 @@ namespace corvid::engine {
 struct EngineOptions {
     gnutella::NetworkSettings network;
     bool behind_firewall = true;
+    // A second port that serves uploads only (0: none); the Gnutella port serves them anyway.
+    std::uint16_t upload_port = 0;
     // Dialled at start as if the user had asked for each (private addresses included).
     std::vector<gnutella::Endpoint> bootstrap;
     // Lets private addresses learnt from peers into the host cache: loopback test networks only.
@@ -52,6 +54,7 @@ enum StatusCode : int {
     kStatusPortTaken = 2,
     kStatusDialling = 3,
     kStatusBrowseFailed = 4,
+    kStatusUploadPortTaken = 5,
 };
 
 // "a.b.c.d:port", optionally behind "http://" and before a "/": the user's way of naming a host.
@@ -60,11 +63,12 @@ std::optional<gnutella::Endpoint> ParseUserAddress(std::string_view text);
 // A byte count for people: "512 B", "12.3 KB", "4.0 MB", "1.2 GB".
 std::string FormatTraffic(std::uint64_t bytes);
 
-// The engine's reading of "Config\NetWork.ini": the servent's keys, BehindFirewall, and the
-// optional "Hosts" list (a.b.c.d:port separated by commas) dialled at start.
+// The engine's reading of "Config\NetWork.ini": the servent's keys, BehindFirewall, UploadPort,
+// and the optional "Hosts" list (a.b.c.d:port separated by commas) dialled at start.
 struct EngineIni {
     gnutella::NetworkSettings network;
     bool behind_firewall = true;
+    std::uint16_t upload_port = 0;
     std::vector<gnutella::Endpoint> hosts;
 };
 EngineIni ParseEngineIni(std::string_view text);

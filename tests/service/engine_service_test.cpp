@@ -55,6 +55,8 @@ EngineOptions LoopbackOptions(gnutella::NodeMode mode) {
     EngineOptions options;
     options.network.node_mode = mode;
     options.network.port = 0;
+    // Nobody dials of its own accord: the tests decide every link.
+    options.network.ultrapeer_min_count = 0;
     options.behind_firewall = false;
     options.allow_private_addresses = true;
     options.tick = [] { return 500000u; };
@@ -155,6 +157,8 @@ TEST_F(TwoEngines, StopEndsEveryAnswerAndEveryOperation) {
     options.bootstrap = {sharerAddress_};
     ASSERT_FALSE(engine_.Start(options));
     ASSERT_TRUE(events_.WaitFor([&] { return !events_.counts.empty(); }));
+    // The leaf's side opens a step before the ultrapeer's: wait for both.
+    ASSERT_TRUE(sharerEvents_.WaitFor([&] { return !sharerEvents_.counts.empty(); }));
     engine_.StartSearch(1, "alpha", "Audio", {});
     engine_.Stop();
     std::size_t heard = 0;
@@ -168,20 +172,21 @@ TEST_F(TwoEngines, StopEndsEveryAnswerAndEveryOperation) {
     EXPECT_FALSE(engine_.StartSearch(2, "alpha", "All", {}));
     EXPECT_FALSE(engine_.DisconnectNode(1));
     // The sharer notices the leaf is gone; nothing more reaches the stopped engine's listener.
-    ASSERT_TRUE(sharerEvents_.WaitFor(
-        [&] { return !sharerEvents_.counts.empty() && sharerEvents_.counts.back() == 0; }));
+    ASSERT_TRUE(sharerEvents_.WaitFor([&] { return sharerEvents_.counts.back() == 0; }));
     std::lock_guard<std::mutex> guard(events_.lock);
     EXPECT_EQ(events_.counts.size() + events_.results.size() + events_.statuses.size(), heard);
 }
 
-TEST_F(TwoEngines, ATakenPortFallsBackToAFreeOne) {
+TEST_F(TwoEngines, TakenPortsFallBackToAFreeOne) {
     auto options = LoopbackOptions(gnutella::NodeMode::LeafPeer);
     options.network.port = sharer_.port();
+    options.upload_port = sharer_.port();
     ASSERT_FALSE(engine_.Start(options));
     EXPECT_NE(engine_.port(), sharer_.port());
     std::lock_guard<std::mutex> guard(events_.lock);
-    ASSERT_FALSE(events_.statuses.empty());
-    EXPECT_EQ(events_.statuses.front().first, kStatusPortTaken);
+    ASSERT_EQ(events_.statuses.size(), 2u);
+    EXPECT_EQ(events_.statuses[0].first, kStatusPortTaken);
+    EXPECT_EQ(events_.statuses[1].first, kStatusUploadPortTaken);
 }
 
 TEST(EngineText, UserAddressesNeedAHostAndAPort) {
@@ -205,13 +210,15 @@ TEST(EngineText, TrafficIsWrittenForPeople) {
 }
 
 TEST(EngineText, NetWorkIniGivesTheServentsKeysTheFirewallAndTheHosts) {
-    auto ini = ParseEngineIni("[NetWork]\r\nPort=7001\r\nNodeMode=2\r\nBehindFirewall=0\r\n"
-                              "PeerMaxCount=5\r\nHosts=127.0.0.1:7002, junk ,10.1.2.3:99\r\n"
-                              "[Other]\r\nBehindFirewall=1\r\n");
+    auto ini = ParseEngineIni(
+        "[NetWork]\r\nPort=7001\r\nNodeMode=2\r\nBehindFirewall=0\r\n"
+        "PeerMaxCount=5\r\nUploadPort=7003\r\nHosts=127.0.0.1:7002, junk ,10.1.2.3:99\r\n"
+        "[Other]\r\nBehindFirewall=1\r\n");
     EXPECT_EQ(ini.network.port, 7001);
     EXPECT_EQ(ini.network.node_mode, gnutella::NodeMode::LeafPeer);
     EXPECT_EQ(ini.network.peer_max_count, 5);
     EXPECT_FALSE(ini.behind_firewall);
+    EXPECT_EQ(ini.upload_port, 7003);
     ASSERT_EQ(ini.hosts.size(), 2u);
     EXPECT_EQ(ini.hosts[1], (Endpoint{0x0A010203, 99}));
 
@@ -219,6 +226,7 @@ TEST(EngineText, NetWorkIniGivesTheServentsKeysTheFirewallAndTheHosts) {
     EXPECT_TRUE(defaults.behind_firewall);
     EXPECT_TRUE(defaults.hosts.empty());
     EXPECT_EQ(defaults.network.port, 6346);
+    EXPECT_EQ(defaults.upload_port, 0);
 }
 
 } // namespace

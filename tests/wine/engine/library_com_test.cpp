@@ -119,6 +119,7 @@ protected:
         // The library's settings are this test's own: the next test starts from none.
         std::error_code ignored;
         fs::remove(fs::path(win::CorvidConfigFolder()) / "Library.txt", ignored);
+        fs::remove(win::NetWorkIniPath(), ignored);
         fs::remove_all(folder_, ignored);
         UnregisterBoth();
     }
