@@ -1,6 +1,7 @@
 #include "network/win/options_sheet.h"
 
 #include "network/win/dialog_language.h"
+#include "transfer/win/download_upload_page.h"
 
 #include <commctrl.h>
 
@@ -14,8 +15,9 @@ namespace {
 
 constexpr std::uint32_t kSheetCaption = 37400;
 
-const std::array<OptionsPageCreator, 1> kPages = {
+const std::array<OptionsPageCreator, 2> kPages = {
     CreateNetworkPage,
+    transfer::win::CreateDownloadUploadPage,
 };
 
 HWND Show(shell::PanelSite& site, std::span<const OptionsPageCreator> pages, bool modeless) {
