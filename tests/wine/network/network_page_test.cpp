@@ -22,7 +22,9 @@ protected:
         ::SetEnvironmentVariableA("CORVID_CONFIG_BASE", base.c_str());
         ini = network::NetworkIniPath();
         ::DeleteFileA(ini.c_str());
-        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View", "AutoOnline");
+        for (const char* name : {"AutoOnline", "AutoResume"}) {
+            ::RegDeleteKeyValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View", name);
+        }
     }
     void TearDown() override {
         Close();
