@@ -260,7 +260,7 @@ bool DownloadPage::StartDownload(const ResultGroup& group, bool showNow) {
     if (group.sources.empty())
         return false;
     if (FindBySha1(group.sha1)) {
-        ports_.prompts.ShowFileExists(ports_.text(kTextFileExists) + group.sources.front().name);
+        ports_.prompts.ShowFileExists(ports_.text(kTextFileExists), group.sources.front().name);
         return false;
     }
     const auto localPath = ChooseLocalPath(group);

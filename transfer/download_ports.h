@@ -86,7 +86,7 @@ public:
     // A yes/no box with a question icon; true for Yes.
     virtual bool AskYesNo(const std::string& text, const std::string& caption) = 0;
     // Dialog 339, modal to the page.
-    virtual void ShowFileExists(const std::string& text) = 0;
+    virtual void ShowFileExists(const std::string& message, const std::string& detail) = 0;
 };
 
 // The file-manager component. The face answers under the component's own lock and reports it

@@ -15,9 +15,13 @@ namespace {
 
 constexpr std::uint32_t kSheetCaption = 37400;
 
+HPROPSHEETPAGE CreateTransfersPage(shell::PanelSite& site) {
+    return transfer::win::CreateDownloadUploadPage(site);
+}
+
 const std::array<OptionsPageCreator, 2> kPages = {
     CreateNetworkPage,
-    transfer::win::CreateDownloadUploadPage,
+    CreateTransfersPage,
 };
 
 HWND Show(shell::PanelSite& site, std::span<const OptionsPageCreator> pages, bool modeless) {

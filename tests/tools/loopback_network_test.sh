@@ -45,9 +45,13 @@ sha1_base32() {
 . "$net/network.env"
 [ "$BIG_FILE_SIZE" = 5242880 ] || fail "big file of $BIG_FILE_SIZE bytes"
 [ "$(sha1_base32 "$BIG_FILE_PATH")" = "$BIG_FILE_SHA1" ] || fail "BIG_FILE_SHA1 is not its hash"
+# Every node on a loopback address of its own, so that four leaves are four hosts to a search.
+hosts=()
 for address in ${ULTRAPEERS//,/ } ${LEAVES//,/ }; do
-    [[ $address == 127.0.0.1:* ]] || fail "a node listens on $address"
+    [[ $address == 127.*:* ]] || fail "a node listens on $address"
+    hosts+=("${address%:*}")
 done
+[ "$(printf '%s\n' "${hosts[@]}" | sort -u | wc -l)" = 5 ] || fail "nodes share hosts: ${hosts[*]}"
 
 case $mode in
 search)
@@ -60,6 +64,7 @@ search)
         '$1 == "hit" && $7 == sha1 && $6 == name && $5 == 5242880 { print $2 ":" $3 }' \
         <<<"$hits" | sort -u)
     [ "$(wc -l <<<"$sources")" = 4 ] || fail "big file found at: $sources"
+    [ "$(cut -d: -f1 <<<"$sources" | sort -u | wc -l)" = 4 ] || fail "four sources, fewer hosts: $sources"
     for source in $sources; do
         [[ ",$LEAVES," == *",$source,"* ]] || fail "$source is not one of the leaves"
     done

@@ -178,7 +178,9 @@ public:
         questions.push_back({text, caption});
         return answerYes;
     }
-    void ShowFileExists(const std::string& text) override { fileExists.push_back(text); }
+    void ShowFileExists(const std::string& message, const std::string& detail) override {
+        fileExists.push_back(message + detail);
+    }
 
     bool answerYes = true;
     std::vector<std::pair<std::string, std::string>> questions;

@@ -4,6 +4,7 @@
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "search/result_cells.h"
+#include "search/win/search_resources.h"
 #include "transfer/download_list_file.h"
 #include "transfer/engine_events.h"
 #include "transfer/magnet_download.h"
@@ -87,17 +88,22 @@ public:
         return ::MessageBoxA(site_.MainWindow(), text.c_str(), caption.c_str(),
                              MB_YESNO | MB_ICONQUESTION) == IDYES;
     }
-    void ShowFileExists(const std::string& text) override {
+    void ShowFileExists(const std::string& message, const std::string& detail) override {
+        const std::pair<const std::string*, const std::string*> texts{&message, &detail};
         ::DialogBoxParamA(corvid::win::ModuleHandle(), MAKEINTRESOURCEA(IDD_FILE_EXISTS),
                           site_.MainWindow(), &FileExistsProcedure,
-                          reinterpret_cast<LPARAM>(text.c_str()));
+                          reinterpret_cast<LPARAM>(&texts));
     }
 
 private:
+    // The one file-exists dialog, shared with the result windows: its message over the name.
     static INT_PTR CALLBACK FileExistsProcedure(HWND dialog, UINT message, WPARAM wParam,
                                                 LPARAM lParam) {
         if (message == WM_INITDIALOG) {
-            ::SetDlgItemTextA(dialog, IDC_FILE_EXISTS_TEXT, reinterpret_cast<const char*>(lParam));
+            const auto* texts =
+                reinterpret_cast<const std::pair<const std::string*, const std::string*>*>(lParam);
+            ::SetDlgItemTextA(dialog, IDC_FILE_EXISTS_TEXT, texts->first->c_str());
+            ::SetDlgItemTextA(dialog, IDC_FILE_EXISTS_PATH, texts->second->c_str());
             return TRUE;
         }
         if (message == WM_COMMAND && (LOWORD(wParam) == IDOK || LOWORD(wParam) == IDCANCEL)) {
@@ -608,7 +614,7 @@ bool DownloadPanel::StartMagnet(const MagnetLink& link) {
     if (group.sources.empty()) {
         // The page's own check, for a link that names no source of its own.
         if (page_->FindBySha1(link.sha1)) {
-            options_.prompts->ShowFileExists(Text(kTextFileExists) + MagnetFileName(link));
+            options_.prompts->ShowFileExists(Text(kTextFileExists), MagnetFileName(link));
             return false;
         }
         waitingMagnets_[link.sha1] = link;

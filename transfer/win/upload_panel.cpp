@@ -65,8 +65,11 @@ bool UploadPanel::Create(HWND parent) {
         return false;
     CreateControls();
     Layout();
-    if (site_.Engine())
-        OnEngine(site_.Engine());
+    if (IGnutellaEngine* engine = site_.Engine()) {
+        corvid::win::ComPtr<IUploadManager> uploads;
+        engine->GetUploads(uploads.put());
+        OnUploads(uploads.get());
+    }
     ShowCount(0);
     return true;
 }
@@ -176,10 +179,11 @@ void UploadPanel::OnShow(bool shown) {
 }
 
 void UploadPanel::OnEngine(IGnutellaEngine* engine) {
-    corvid::win::ComPtr<IUploadManager> uploads;
-    if (engine)
-        engine->GetUploads(uploads.put());
-    OnUploads(uploads.get());
+    // The main view hands the upload component over at every connect (OnUploads); the panel asks
+    // the engine itself only when it is made after a connect (Create).
+    if (!engine) {
+        OnUploads(nullptr);
+    }
 }
 
 void UploadPanel::OnUploads(IUploadManager* uploads) {

@@ -17,7 +17,7 @@ namespace {
 class SilentPrompts : public corvid::transfer::UserPrompts {
 public:
     bool AskYesNo(const std::string&, const std::string&) override { return true; }
-    void ShowFileExists(const std::string&) override {}
+    void ShowFileExists(const std::string&, const std::string&) override {}
 };
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "download/core/range_set.h"
 #include "tests/wine/support/fake_panel_site.h"
 #include "tests/wine/support/wine_test_support.h"
+#include "search/win/search_resources.h"
 #include "tests/wine/transfer/transfer_test_support.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/download_panel.h"
@@ -281,11 +282,13 @@ TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
     std::string shown;
     std::thread closer([&] {
         for (int tries = 0; tries < 400; ++tries) {
-            HWND dialog = ::FindWindowA("#32770", "Tarvo");
+            HWND dialog = ::FindWindowA("#32770", "Tarvo Explorer");
             if (dialog) {
                 char text[512] = {};
-                ::GetDlgItemTextA(dialog, 3391, text, sizeof text);
-                shown = text;
+                char name[512] = {};
+                ::GetDlgItemTextA(dialog, IDC_FILE_EXISTS_TEXT, text, sizeof text);
+                ::GetDlgItemTextA(dialog, IDC_FILE_EXISTS_PATH, name, sizeof name);
+                shown = std::string(text) + name;
                 ::PostMessageA(dialog, WM_COMMAND, IDOK, 0);
                 return;
             }

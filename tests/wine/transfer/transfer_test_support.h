@@ -49,7 +49,9 @@ public:
         questions.push_back(caption + "|" + text);
         return answerYes;
     }
-    void ShowFileExists(const std::string& text) override { fileExists.push_back(text); }
+    void ShowFileExists(const std::string& message, const std::string& detail) override {
+        fileExists.push_back(message + detail);
+    }
     bool answerYes = true;
     std::vector<std::string> questions;
     std::vector<std::string> fileExists;
