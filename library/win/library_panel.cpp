@@ -14,6 +14,7 @@
 #include <ocidl.h>
 #include <shlobj.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -39,7 +40,7 @@ constexpr std::uint32_t kWaitingText = 37416;
 
 // Columns by the string id of their titles: Name, Size, SHA1, Progress, Folder.
 constexpr std::array<std::uint32_t, 5> kColumns = {33006, 33007, 33015, 33023, 37412};
-constexpr std::array<int, 5> kColumnWidths = {160, 85, 245, 85, 150};
+constexpr std::array<int, 5> kColumnWidths = {150, 80, 265, 85, 155};
 constexpr int kProgressColumn = 3;
 
 std::string Text(const LanguageTable& language, std::uint32_t id) {
@@ -125,7 +126,8 @@ public:
         font_ = static_cast<HFONT>(::GetStockObject(DEFAULT_GUI_FONT));
         Child(WC_STATICA, kLibraryFoldersLabel, 0, 0);
         Child(WC_LISTBOXA, kLibraryFolders,
-              LBS_NOTIFY | LBS_NOINTEGRALHEIGHT | WS_VSCROLL | WS_TABSTOP, WS_EX_CLIENTEDGE);
+              LBS_NOTIFY | LBS_NOINTEGRALHEIGHT | WS_VSCROLL | WS_HSCROLL | WS_TABSTOP,
+              WS_EX_CLIENTEDGE);
         Child(WC_BUTTONA, kLibraryAddFolder, BS_PUSHBUTTON | WS_TABSTOP, 0);
         Child(WC_BUTTONA, kLibraryRemoveFolder, BS_PUSHBUTTON | WS_TABSTOP, 0);
         Child(WC_BUTTONA, kLibraryShareDownloads, BS_AUTOCHECKBOX | WS_TABSTOP, 0);
@@ -298,6 +300,19 @@ private:
         const std::string selected = SelectedFolder();
         ::SendMessageA(list, WM_SETREDRAW, FALSE, 0);
         ::SendMessageA(list, LB_RESETCONTENT, 0, 0);
+        // Long paths scroll sideways rather than lose their ends.
+        int widest = 0;
+        if (HDC dc = ::GetDC(list)) {
+            HGDIOBJ old = ::SelectObject(dc, font_);
+            for (const std::string& folder : folders) {
+                SIZE size = {};
+                ::GetTextExtentPoint32A(dc, folder.c_str(), static_cast<int>(folder.size()), &size);
+                widest = std::max(widest, static_cast<int>(size.cx) + 8);
+            }
+            ::SelectObject(dc, old);
+            ::ReleaseDC(list, dc);
+        }
+        ::SendMessageA(list, LB_SETHORIZONTALEXTENT, widest, 0);
         for (const std::string& folder : folders) {
             const LRESULT index =
                 ::SendMessageA(list, LB_ADDSTRING, 0, reinterpret_cast<LPARAM>(folder.c_str()));

@@ -11,6 +11,7 @@
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "platform/win/window.h"
+#include "search/win/search_dialogs.h"
 
 #include <commctrl.h>
 
@@ -279,59 +280,15 @@ INT_PTR CALLBACK PropertiesProcedure(HWND dialog, UINT message, WPARAM wParam, L
     return FALSE;
 }
 
-struct AddNodeSetup {
-    const LanguageTable* language;
-    std::string address;
-};
-
-INT_PTR CALLBACK AddNodeProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    switch (message) {
-    case WM_INITDIALOG:
-        ::SetWindowLongPtrA(dialog, DWLP_USER, lParam);
-        TranslateDialog(dialog, *reinterpret_cast<AddNodeSetup*>(lParam)->language, 337);
-        return TRUE;
-    case WM_COMMAND:
-        if (LOWORD(wParam) == IDCANCEL) {
-            ::EndDialog(dialog, IDCANCEL);
-            return TRUE;
-        }
-        if (LOWORD(wParam) == IDOK) {
-            auto& setup = *reinterpret_cast<AddNodeSetup*>(::GetWindowLongPtrA(dialog, DWLP_USER));
-            DWORD ip = 0;
-            const bool ipComplete = ::SendDlgItemMessageA(dialog, IDC_ADD_NODE_IP, IPM_GETADDRESS,
-                                                          0, reinterpret_cast<LPARAM>(&ip)) == 4;
-            BOOL portRead = FALSE;
-            const int port =
-                static_cast<int>(::GetDlgItemInt(dialog, IDC_ADD_NODE_PORT, &portRead, TRUE));
-            if (!ipComplete || !portRead || port < 1 || port > 65535) {
-                ::MessageBoxA(dialog, Text(*setup.language, 32959).c_str(), "Tarvo Explorer",
-                              MB_OK | MB_ICONWARNING);
-                ::SetFocus(::GetDlgItem(dialog, ipComplete ? IDC_ADD_NODE_PORT : IDC_ADD_NODE_IP));
-                return TRUE;
-            }
-            setup.address = std::to_string(FIRST_IPADDRESS(ip)) + "." +
-                            std::to_string(SECOND_IPADDRESS(ip)) + "." +
-                            std::to_string(THIRD_IPADDRESS(ip)) + "." +
-                            std::to_string(FOURTH_IPADDRESS(ip)) + ":" + std::to_string(port);
-            ::EndDialog(dialog, IDOK);
-            return TRUE;
-        }
-        break;
-    }
-    return FALSE;
-}
-
 } // namespace
 
 std::optional<std::string> AskNodeAddress(HWND owner, const LanguageTable& language) {
-    INITCOMMONCONTROLSEX classes = {sizeof classes, ICC_INTERNET_CLASSES};
-    ::InitCommonControlsEx(&classes);
-    AddNodeSetup setup{&language, {}};
-    if (::DialogBoxParamA(win::ModuleHandle(), MAKEINTRESOURCEA(IDD_ADD_NODE), owner,
-                          AddNodeProcedure, reinterpret_cast<LPARAM>(&setup)) != IDOK) {
+    // The browse-host dialog asks for exactly this, and keeps the addresses typed before.
+    search::BrowseHostDialog dialog(language, search::BrowseHistoryPath());
+    if (dialog.ShowModal(owner) != IDOK) {
         return std::nullopt;
     }
-    return setup.address;
+    return dialog.Entry();
 }
 
 HostsViewPorts SystemHostsViewPorts(shell::PanelSite& site) {

@@ -36,7 +36,8 @@ std::unique_ptr<shell::Panel> MakeHostsPanel(shell::PanelSite& site, HostsViewPo
 // The list view inside the panel's window (tests read it back).
 HWND HostsListOf(HWND hostsPanelWindow);
 
-// The "Add node" dialog: the address entered, or nothing on Cancel.
+// "Add node...": dialog 337, the browse-host address dialog with its history; the address entered
+// ("a.b.c.d:port"), or nothing on Cancel.
 std::optional<std::string> AskNodeAddress(HWND owner, const LanguageTable& language);
 
 } // namespace corvid::network

@@ -40,12 +40,3 @@
 // A node's fields, shown by the hosts view's Properties command.
 #define IDD_HOST_PROPERTIES 3320
 #define IDC_HOST_FIELDS 3321
-
-// "Add node...": the address of a node to connect to. Its texts are translated as dialog 337,
-// the address dialog it mirrors (the browse-host dialog keeps a history this one has no use for).
-#define IDD_ADD_NODE 3370
-#define IDC_ADD_NODE_PROMPT 3371
-#define IDC_ADD_NODE_IP_LABEL 3372
-#define IDC_ADD_NODE_IP 3373
-#define IDC_ADD_NODE_PORT_LABEL 3374
-#define IDC_ADD_NODE_PORT 208

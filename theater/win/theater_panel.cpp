@@ -393,13 +393,14 @@ bool ShellOpen(HWND owner, const std::string& path) {
     return result > 32;
 }
 
+bool PlayInTheater(const std::string& path) {
+    MediaPlayer* player = FindMediaPlayer();
+    return player && player->Accepts(path) && player->Play(path);
+}
+
 bool RunMediaFile(HWND owner, const std::string& path,
                   const std::function<bool(HWND, const std::string&)>& open) {
-    MediaPlayer* player = FindMediaPlayer();
-    if (player && player->Accepts(path) && player->Play(path)) {
-        return true;
-    }
-    return open(owner, path);
+    return PlayInTheater(path) || open(owner, path);
 }
 
 HWND TheaterMessageOf(HWND theaterPanelWindow) {

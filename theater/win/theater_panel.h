@@ -29,6 +29,10 @@ std::unique_ptr<shell::Panel> MakeTheaterPanel(shell::PanelSite& site,
 // thread only.
 MediaPlayer* FindMediaPlayer();
 
+// The theater's part of Run: plays the file when the theater exists and accepts it; false when it
+// did not take the file. The download panel's playInTheater option is this function.
+bool PlayInTheater(const std::string& path);
+
 // The shell's "open" for a file; false when Windows could not open it.
 bool ShellOpen(HWND owner, const std::string& path);
 

@@ -22,7 +22,9 @@ protected:
         ::SetEnvironmentVariableA("CORVID_CONFIG_BASE", base.c_str());
         ini = network::NetworkIniPath();
         ::DeleteFileA(ini.c_str());
-        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View", "AutoOnline");
+        for (const char* name : {"AutoOnline", "AutoResume"}) {
+            ::RegDeleteKeyValueA(HKEY_CURRENT_USER, "Software\\Tarvo Explorer\\P2P View", name);
+        }
     }
     void TearDown() override {
         Close();
@@ -68,6 +70,17 @@ protected:
 TEST_F(NetworkPageTest, ANewInstallationShowsTheDefaults) {
     Open();
     EXPECT_EQ(WindowText(sheet), "Corvid Options");
+    HWND tabs = PropSheet_GetTabControl(sheet);
+    ASSERT_EQ(TabCtrl_GetItemCount(tabs), 2);
+    char title[64] = {};
+    TCITEMA item = {};
+    item.mask = TCIF_TEXT;
+    item.pszText = title;
+    item.cchTextMax = sizeof title;
+    ::SendMessageA(tabs, TCM_GETITEMA, 0, reinterpret_cast<LPARAM>(&item));
+    EXPECT_STREQ(title, "Network");
+    ::SendMessageA(tabs, TCM_GETITEMA, 1, reinterpret_cast<LPARAM>(&item));
+    EXPECT_STREQ(title, "Download/Upload");
     EXPECT_EQ(Field(IDC_PORT), "6346");
     EXPECT_EQ(Field(IDC_UPLOAD_PORT), "6347");
     EXPECT_EQ(Field(IDC_NODE_TYPE), "automatic");

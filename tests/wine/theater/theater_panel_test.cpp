@@ -53,6 +53,7 @@ TEST_F(TheaterWithoutPlayerTest, ThePlayerGoesWithThePanel) {
     EXPECT_NE(theater::FindMediaPlayer(), nullptr);
     panel.reset();
     EXPECT_EQ(theater::FindMediaPlayer(), nullptr);
+    EXPECT_FALSE(theater::PlayInTheater("C:\\a.mp3"));
     bool opened = false;
     theater::RunMediaFile(site.MainWindow(), "C:\\a.mp3", [&](HWND, const std::string&) {
         opened = true;
