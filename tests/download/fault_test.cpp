@@ -15,6 +15,12 @@ protected:
         return [this](const HttpRequest& request, int) { return Reply::Range(content_, request); };
     }
 
+    FaultServer::Policy busyFirst() const {
+        return [this](const HttpRequest& request, int number) {
+            return number == 0 ? Reply::Status(503, "Busy") : Reply::Range(content_, request);
+        };
+    }
+
     // Runs a download of `target` from the given URLs to its end.
     void run(Download& download, const std::vector<std::string>& urls) {
         for (const auto& url : urls) {
@@ -195,6 +201,43 @@ TEST_F(Faults, WrongBytesFailTheSha1CheckAndSaySo) {
     EXPECT_TRUE(mismatch);
     EXPECT_FALSE(std::filesystem::exists(download.paths().rangeMap))
         << "bad bytes are not kept for a resume";
+}
+
+TEST_F(Faults, WrongBytesAreFoundByCrossCheckingAndFetchedAgain) {
+    // One source spoils a few bytes of its second answer; the finished file fails its SHA1,
+    // the spans are fetched again from others, and the liar alone is dropped. The honest ones
+    // are busy at first, so the liar surely writes.
+    FaultServer good1(context_, busyFirst());
+    FaultServer good2(context_, busyFirst());
+    FaultServer liar(context_, [this](const HttpRequest& request, int number) {
+        Reply reply = Reply::Range(content_, request);
+        if (number == 1) {
+            reply.body[reply.body.size() / 3] ^= 0x55;
+            reply.body[reply.body.size() / 2] ^= 0x55;
+        }
+        return reply;
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {good1.url("/f" + urn()), liar.url("/f" + urn()), good2.url("/f" + urn())});
+    ASSERT_GE(liar.requests().size(), 2u) << "the liar must have answered twice to have lied";
+    EXPECT_TRUE(succeeded());
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+    EXPECT_TRUE(sourceSaw(1, EventCode::InvalidSource));
+    EXPECT_FALSE(sourceSaw(0, EventCode::InvalidSource));
+    EXPECT_FALSE(sourceSaw(2, EventCode::InvalidSource));
+}
+
+TEST_F(Faults, LiarAmongTwoSourcesCannotBeToldApart) {
+    FaultServer good(context_, busyFirst());
+    FaultServer liar(context_, [this](const HttpRequest& request, int) {
+        Reply reply = Reply::Range(content_, request);
+        reply.body[0] ^= 0x55;
+        return reply;
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {good.url("/f" + urn()), liar.url("/f" + urn())});
+    EXPECT_FALSE(log_.has(EventCode::Succeeded));
+    EXPECT_TRUE(endedWithoutSource());
 }
 
 TEST_F(Faults, NotHttpAndNotFoundAreInvalidSources) {

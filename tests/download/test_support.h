@@ -108,7 +108,9 @@ private:
 // nginx serving one folder on several loopback ports, started and stopped by the test.
 class NginxServer {
 public:
-    NginxServer(const std::string& root, int ports);
+    // limitRates: bytes per second for each port's responses, 0 for none; missing ones are 0.
+    NginxServer(const std::string& root, int ports,
+                const std::vector<std::uint64_t>& limitRates = {});
     ~NginxServer();
     bool running() const { return pid_ > 0; }
     std::vector<std::uint16_t> ports() const { return ports_; }
