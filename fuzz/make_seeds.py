@@ -68,3 +68,38 @@ write("handshake", [bytes([16, 2]) + leaf_connect + stream,
                     bytes([31, 3]) + response + stream,
                     bytes([5, 1]) + refusal,
                     bytes([64, 1]) + deflate_response + deflated])
+
+# Hit payloads whose results name their files in the forms deployed servents use.
+sha1_raw = bytes(range(20))
+tiger_raw = bytes(range(100, 124))
+
+
+def cobs_ggep(ident, data):
+    encoded, block = b"", b""
+    for byte in data + b"\x00":
+        if byte == 0 or len(block) == 254:
+            encoded += bytes([len(block) + 1]) + block
+            block = b""
+            if byte != 0:
+                block = bytes([byte])
+        else:
+            block += bytes([byte])
+    encoded = encoded if data else b"\x01"
+    return b"\xc3" + bytes([0x80 | 0x40 | len(ident)]) + ident + bytes([0x40 | len(encoded)]) + encoded
+
+
+def hit_payload(extensions, trailer=b""):
+    return (bytes([1]) + struct.pack("<H", 6346) + bytes([10, 0, 0, 1]) + struct.pack("<I", 100)
+            + struct.pack("<II", 1, 0xFFFFFFFF) + b"a.iso\x00" + extensions + b"\x00"
+            + b"LIME" + bytes([4, 0x3d, 0x21 if trailer else 0x01]) + struct.pack("<H", 0) + trailer
+            + bytes(16))
+
+
+write("hit_hash", [
+    hit_payload(cobs_ggep(b"H", b"\x01" + sha1_raw)),
+    hit_payload(cobs_ggep(b"H", b"\x02" + sha1_raw + tiger_raw)),
+    hit_payload(b"urn:bitprint:AAAABBBBCCCCDDDDEEEEFFFFGGGGHHHH.AAAABBBBCCCCDDDDEEEEFFFFGGGGHHHHIIIIIII"),
+    hit_payload(sha1 + b"\x1c" + cobs_ggep(b"LF", struct.pack("<Q", 5 << 30)[:5])),
+    hit_payload(cobs_ggep(b"ALT", bytes([10, 0, 0, 2, 0xca, 0x18]) * 3),
+                ggep((b"PUSH", bytes([10, 0, 0, 9, 0xca, 0x18])))),
+])

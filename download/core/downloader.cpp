@@ -716,8 +716,11 @@ bool DownloadSession::onHead(Source& source) {
         }
         body = {range->first, range->last + 1};
         total = range->total;
+    } else if (source.parser.chunked() && plan_.length()) {
+        // Chunks say nothing of the size; a whole file we already know the size of will do.
+        body = {0, *plan_.length()};
     } else {
-        if (!contentLength) {
+        if (!contentLength || source.parser.chunked()) {
             giveUp(source, true);
             return false;
         }
@@ -817,7 +820,7 @@ void DownloadSession::onResponseDone(Source& source, bool leftover) {
     const auto connection = head.find("Connection");
     const bool http10 = head.text.compare(0, 8, "HTTP/1.0") == 0;
     const bool closing = leftover || (connection ? ContainsClose(*connection) : http10);
-    if (closing || !source.parser.bodyRemaining()) {
+    if (closing || !source.parser.bodyDelimited()) {
         dropConnection(source);
         connect(source);
         return;

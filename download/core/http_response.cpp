@@ -120,6 +120,8 @@ const char* Describe(HttpParseError error) {
         return "malformed Content-Length";
     case HttpParseError::UnsupportedTransferEncoding:
         return "unsupported Transfer-Encoding";
+    case HttpParseError::BadChunk:
+        return "malformed chunked body";
     case HttpParseError::TruncatedBody:
         return "connection closed inside the body";
     case HttpParseError::ClosedInHead:
@@ -134,6 +136,7 @@ void HttpResponseParser::reset() {
     buffer_.clear();
     head_ = {};
     bodyRemaining_.reset();
+    chunked_.reset();
     interimResponses_ = 0;
 }
 
@@ -151,6 +154,20 @@ HttpResponseParser::Result HttpResponseParser::feed(std::string_view input) {
     case State::Done:
         return {Step::Done, 0, {}};
     case State::Body: {
+        if (chunked_) {
+            const auto step = chunked_->Feed(input);
+            switch (step.status) {
+            case ChunkedDecoder::Status::Data:
+                return {Step::Body, step.consumed, step.data};
+            case ChunkedDecoder::Status::Done:
+                state_ = State::Done;
+                return {Step::Done, step.consumed, {}};
+            case ChunkedDecoder::Status::Error:
+                return fail(HttpParseError::BadChunk, step.consumed);
+            case ChunkedDecoder::Status::NeedMore:
+                return {Step::NeedMore, step.consumed, {}};
+            }
+        }
         if (bodyRemaining_ && *bodyRemaining_ == 0) {
             state_ = State::Done;
             return {Step::Done, 0, {}};
@@ -293,6 +310,10 @@ bool HttpResponseParser::parseHead(std::string_view text) {
             contentLength = length;
         } else if (EqualsIgnoringCase(name, "Transfer-Encoding") &&
                    !EqualsIgnoringCase(value, "identity")) {
+            if (!EqualsIgnoringCase(value, "chunked")) {
+                error_ = HttpParseError::UnsupportedTransferEncoding;
+                return false;
+            }
             chunked = true;
         }
     }
@@ -300,9 +321,10 @@ bool HttpResponseParser::parseHead(std::string_view text) {
         bodyRemaining_ = 0;
         return true;
     }
+    // Chunks frame the body whatever a Content-Length beside them says.
     if (chunked) {
-        error_ = HttpParseError::UnsupportedTransferEncoding;
-        return false;
+        chunked_.emplace();
+        return true;
     }
     bodyRemaining_ = contentLength;
     return true;
@@ -313,7 +335,7 @@ HttpResponseParser::Step HttpResponseParser::finish() {
         return Step::Error;
     }
     if (state_ == State::Done ||
-        (state_ == State::Body && (!bodyRemaining_ || *bodyRemaining_ == 0))) {
+        (state_ == State::Body && !chunked_ && (!bodyRemaining_ || *bodyRemaining_ == 0))) {
         state_ = State::Done;
         return Step::Done;
     }

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/http_chunked.h"
+
 namespace corvid::download {
 
 struct HttpResponseHead {
@@ -39,11 +41,12 @@ enum class HttpParseError {
     HeadTooLarge, // no end of the head within the limit
     TooManyHeaders,
     BadStatusLine,
-    BadHeader,        // a line without a colon, a control byte, a folded line
-    BadContentLength, // not a number, or two that disagree
-    UnsupportedTransferEncoding,
-    TruncatedBody, // the connection ended before the announced length
-    ClosedInHead,  // the connection ended before the head did
+    BadHeader,                   // a line without a colon, a control byte, a folded line
+    BadContentLength,            // not a number, or two that disagree
+    UnsupportedTransferEncoding, // anything but "chunked" or "identity"
+    BadChunk,                    // a chunk size line, chunk end or trailer that is not HTTP
+    TruncatedBody,               // the connection ended before the announced length
+    ClosedInHead,                // the connection ended before the head did
 };
 
 const char* Describe(HttpParseError error);
@@ -80,8 +83,13 @@ public:
 
     const HttpResponseHead& head() const { return head_; }
     HttpParseError error() const { return error_; }
-    // Bytes of body still to come, or nothing when the body runs to the close of the connection.
+    // Bytes of body still to come, or nothing when the body runs to the close of the connection
+    // or comes in chunks.
     std::optional<std::uint64_t> bodyRemaining() const { return bodyRemaining_; }
+    // Whether the body ends by its own framing (a length or the last chunk), leaving the
+    // connection usable for another request.
+    bool bodyDelimited() const { return bodyRemaining_.has_value() || chunked_.has_value(); }
+    bool chunked() const { return chunked_.has_value(); }
     bool inBody() const { return state_ == State::Body; }
 
 private:
@@ -97,6 +105,7 @@ private:
     std::string buffer_;
     HttpResponseHead head_;
     std::optional<std::uint64_t> bodyRemaining_;
+    std::optional<ChunkedDecoder> chunked_;
     static constexpr int kMaxInterimResponses = 8;
     int interimResponses_ = 0;
 };

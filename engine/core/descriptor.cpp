@@ -21,24 +21,66 @@ std::string ToUpperAscii(std::string_view text) {
     return out;
 }
 
-// Picks the SHA1 URNs and the GGEP block out of an extension area separated by 0x1C.
-void ReadExtensions(ByteView area, std::vector<std::string>& sha1s, std::optional<GgepBlock>& ggep,
-                    std::uint64_t* large_size) {
+constexpr std::string_view kBitprintPrefix = "urn:bitprint:";
+constexpr std::size_t kSha1Bytes = 20;
+constexpr std::size_t kTigerBytes = 24;
+constexpr std::size_t kTigerBase32 = 39;
+constexpr std::uint8_t kGgepHashSha1 = 0x01;
+constexpr std::uint8_t kGgepHashBitprint = 0x02;
+constexpr std::size_t kMaxAlternates = 32;
+constexpr std::size_t kMaxPushProxies = 16;
+
+bool IsBase32(std::string_view text) {
+    for (char c : text) {
+        bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+        if (!letter && !(c >= '2' && c <= '7'))
+            return false;
+    }
+    return true;
+}
+
+// Some servents put a features byte before the packed proxies; its length gives it away.
+std::vector<Endpoint> ParsePushProxies(ByteView data) {
+    if (data.size() % 6 == 1)
+        data = data.subspan(1);
+    return ParsePackedEndpoints(data, kMaxPushProxies);
+}
+
+// What one extension area says about its file.
+struct Extensions {
+    std::vector<FileHash> hashes;
+    std::optional<GgepBlock> ggep;
+    std::optional<std::uint64_t> large_size;
+    std::vector<Endpoint> alternates;
+};
+
+void ReadGgepItems(const GgepBlock& block, Extensions& out) {
+    if (auto* h = block.Find("H"))
+        if (auto hash = ParseGgepHash(h->data))
+            out.hashes.push_back(std::move(*hash));
+    // A size that fits 32 bits has no business here; reading one would let a hit contradict itself.
+    if (auto* lf = block.Find("LF"); lf && !lf->data.empty() && lf->data.size() <= 8) {
+        std::uint64_t v = 0;
+        for (std::size_t k = lf->data.size(); k-- > 0;)
+            v = (v << 8) | lf->data[k];
+        if (v > 0xFFFFFFFFu)
+            out.large_size = v;
+    }
+    if (auto* alt = block.Find("ALT"))
+        out.alternates = ParsePackedEndpoints(alt->data, kMaxAlternates);
+}
+
+// Reads an extension area: items separated by 0x1C, where a GGEP block may also end an item
+// without a separator.
+Extensions ReadExtensions(ByteView area) {
+    Extensions out;
     std::size_t i = 0;
     while (i < area.size()) {
         if (area[i] == kGgepMagic) {
             std::size_t used = 0;
             if (auto block = ParseGgep(area.subspan(i), &used)) {
-                if (large_size) {
-                    if (auto* lf = block->Find("LF");
-                        lf && !lf->data.empty() && lf->data.size() <= 8) {
-                        std::uint64_t v = 0;
-                        for (std::size_t k = lf->data.size(); k-- > 0;)
-                            v = (v << 8) | lf->data[k];
-                        *large_size = v;
-                    }
-                }
-                ggep = std::move(block);
+                ReadGgepItems(*block, out);
+                out.ggep = std::move(block);
                 i += used;
                 continue;
             }
@@ -46,14 +88,11 @@ void ReadExtensions(ByteView area, std::vector<std::string>& sha1s, std::optiona
         std::size_t end = i;
         while (end < area.size() && area[end] != kExtensionSeparator)
             ++end;
-        auto item = AsText(area.subspan(i, end - i));
-        if (StartsWithIgnoreCase(item, kSha1Prefix)) {
-            auto value = item.substr(kSha1Prefix.size());
-            if (IsSha1Base32(value))
-                sha1s.push_back(ToUpperAscii(value));
-        }
+        if (auto hash = ParseUrnText(AsText(area.subspan(i, end - i))))
+            out.hashes.push_back(std::move(*hash));
         i = end + 1;
     }
+    return out;
 }
 } // namespace
 
@@ -206,7 +245,11 @@ std::optional<Query> ParseQuery(ByteView payload) {
     if (!r.ok())
         return std::nullopt;
     q.text.assign(AsText(text));
-    ReadExtensions(r.rest(), q.sha1s, q.ggep, nullptr);
+    auto extensions = ReadExtensions(r.rest());
+    for (auto& hash : extensions.hashes)
+        if (std::find(q.sha1s.begin(), q.sha1s.end(), hash.sha1) == q.sha1s.end())
+            q.sha1s.push_back(std::move(hash.sha1));
+    q.ggep = std::move(extensions.ggep);
     return q;
 }
 
@@ -298,11 +341,18 @@ std::optional<QueryHit> ParseQueryHit(ByteView payload) {
         auto extensions = r.TakeUntilNul();
         if (!r.ok())
             return std::nullopt;
-        std::vector<std::string> sha1s;
-        std::optional<GgepBlock> ggep;
-        ReadExtensions(extensions, sha1s, ggep, &result.size);
-        if (!sha1s.empty())
-            result.sha1 = sha1s.front();
+        auto read = ReadExtensions(extensions);
+        if (read.large_size)
+            result.size = *read.large_size;
+        // A text URN and a GGEP "H" may both be there; the first SHA1 wins, and a Tiger root is
+        // taken only from a form that names the same SHA1.
+        for (auto& hash : read.hashes) {
+            if (result.sha1.empty())
+                result.sha1 = hash.sha1;
+            if (result.tiger.empty() && hash.sha1 == result.sha1)
+                result.tiger = std::move(hash.tiger);
+        }
+        result.alternates = std::move(read.alternates);
         hit.results.push_back(std::move(result));
     }
     if (!r.ok())
@@ -329,6 +379,9 @@ std::optional<QueryHit> ParseQueryHit(ByteView payload) {
                 auto at = std::find(priv.begin(), priv.end(), kGgepMagic);
                 if (at != priv.end())
                     hit.ggep = ParseGgep(priv.subspan(static_cast<std::size_t>(at - priv.begin())));
+                if (hit.ggep)
+                    if (auto* push = hit.ggep->Find("PUSH"))
+                        hit.push_proxies = ParsePushProxies(push->data);
             }
         }
     }
@@ -384,6 +437,65 @@ Bytes SerializeQueryHit(const QueryHit& hit) {
     PutU16Le(out, 0); // no XML block
     PutBytes(out, ggep);
     PutBytes(out, hit.servent.bytes);
+    return out;
+}
+
+std::optional<FileHash> ParseUrnText(std::string_view text) {
+    FileHash hash;
+    if (StartsWithIgnoreCase(text, kSha1Prefix)) {
+        auto value = text.substr(kSha1Prefix.size());
+        if (!IsSha1Base32(value))
+            return std::nullopt;
+        hash.sha1 = ToUpperAscii(value);
+        return hash;
+    }
+    if (StartsWithIgnoreCase(text, kBitprintPrefix)) {
+        auto value = text.substr(kBitprintPrefix.size());
+        if (value.size() != 32 + 1 + kTigerBase32 || value[32] != '.' ||
+            !IsSha1Base32(value.substr(0, 32)) || !IsBase32(value.substr(33)))
+            return std::nullopt;
+        hash.sha1 = ToUpperAscii(value.substr(0, 32));
+        hash.tiger = ToUpperAscii(value.substr(33));
+        return hash;
+    }
+    return std::nullopt;
+}
+
+std::optional<FileHash> ParseGgepHash(ByteView data) {
+    if (data.empty())
+        return std::nullopt;
+    FileHash hash;
+    if (data[0] == kGgepHashSha1 && data.size() >= 1 + kSha1Bytes) {
+        hash.sha1 = Base32Encode(data.subspan(1, kSha1Bytes));
+        return hash;
+    }
+    if (data[0] == kGgepHashBitprint && data.size() >= 1 + kSha1Bytes + kTigerBytes) {
+        hash.sha1 = Base32Encode(data.subspan(1, kSha1Bytes));
+        hash.tiger = Base32Encode(data.subspan(1 + kSha1Bytes, kTigerBytes));
+        return hash;
+    }
+    return std::nullopt;
+}
+
+std::vector<Endpoint> ParsePackedEndpoints(ByteView data, std::size_t max) {
+    std::vector<Endpoint> out;
+    for (std::size_t at = 0; at + 6 <= data.size() && out.size() < max; at += 6) {
+        ByteReader r(data.subspan(at, 6));
+        Endpoint e;
+        e.ip = r.U32Be();
+        e.port = r.U16Le();
+        if (e.IsValid() && std::find(out.begin(), out.end(), e) == out.end())
+            out.push_back(e);
+    }
+    return out;
+}
+
+Bytes PackEndpoints(const std::vector<Endpoint>& endpoints) {
+    Bytes out;
+    for (const auto& e : endpoints) {
+        PutU32Be(out, e.ip);
+        PutU16Le(out, e.port);
+    }
     return out;
 }
 

@@ -108,9 +108,11 @@ Bytes SerializeQuery(const Query& query);
 
 struct HitResult {
     std::uint32_t index = 0;
-    std::uint64_t size = 0;
+    std::uint64_t size = 0; // the GGEP "LF" size when the 32-bit field cannot hold it
     std::string name;
-    std::string sha1; // base32 upper case, empty when the result named none
+    std::string sha1;  // base32 upper case, empty when the result named none
+    std::string tiger; // Tiger tree root, 39 base32 characters, when the host sent one
+    std::vector<Endpoint> alternates; // other hosts with the file (GGEP "ALT")
 };
 
 // The open-data flags of a hit trailer, as one host means them.
@@ -130,6 +132,7 @@ struct QueryHit {
     std::string vendor; // four characters; empty when there was no trailer
     HitFlags flags;
     std::optional<GgepBlock> ggep;
+    std::vector<Endpoint> push_proxies; // hosts that relay a Push to this one (GGEP "PUSH")
     Guid servent;
 
     Endpoint endpoint() const { return {ip, port}; }
@@ -151,5 +154,19 @@ struct VendorMessage {
     std::uint16_t version = 0;
 };
 std::optional<VendorMessage> ParseVendorMessage(ByteView payload);
+
+// The file hash forms deployed servents put in a hit's or query's extension area, read one item
+// at a time: "urn:sha1:" and "urn:bitprint:" text, and the GGEP "H" extension (type 1: SHA1,
+// type 2: SHA1 then the Tiger tree root).
+struct FileHash {
+    std::string sha1;  // base32 upper case
+    std::string tiger; // base32 upper case, empty when the form carries none
+};
+std::optional<FileHash> ParseUrnText(std::string_view text);
+std::optional<FileHash> ParseGgepHash(ByteView data);
+// Packed IPv4 endpoints, six bytes each (address in network order, port little-endian), as the
+// GGEP "ALT", "PUSH" and "IPP" extensions carry them. Unusable entries are skipped.
+std::vector<Endpoint> ParsePackedEndpoints(ByteView data, std::size_t max);
+Bytes PackEndpoints(const std::vector<Endpoint>& endpoints);
 
 } // namespace corvid::gnutella

@@ -30,6 +30,11 @@ std::optional<Endpoint> HostCache::NextToDial(Clock::time_point now) {
     return std::nullopt;
 }
 
+bool HostCache::HasDialable(Clock::time_point now) const {
+    return std::any_of(hosts_.begin(), hosts_.end(),
+                       [&](const Entry& e) { return e.resting_until <= now; });
+}
+
 void HostCache::Rest(const Endpoint& host, Clock::time_point until) {
     if (!host.IsValid() || (!allow_private_ && !host.IsRoutable()))
         return;

@@ -21,6 +21,7 @@ public:
     // A host that refused or failed goes to the back and is not dialled again before rest ends.
     void Rest(const Endpoint& host, Clock::time_point until);
     std::size_t size() const { return hosts_.size(); }
+    bool HasDialable(Clock::time_point now) const;
     std::vector<Endpoint> Sample(std::size_t count) const;
 
     std::string Serialize() const;

@@ -12,8 +12,8 @@ struct NetworkSettings {
     std::uint16_t port = 6346;
     NodeMode node_mode = NodeMode::Automatic;
     int peer_max_count = 3;        // ultrapeers a leaf keeps
-    int ultrapeer_max_count = 6;   // ultrapeer links an ultrapeer keeps at most
-    int ultrapeer_min_count = 2;   // ultrapeer links an ultrapeer dials for
+    int ultrapeer_max_count = 32;  // ultrapeer links an ultrapeer keeps at most (X-Degree)
+    int ultrapeer_min_count = 32;  // ultrapeer links an ultrapeer dials for
     int leaf_peer_max_count = 100; // leaves an ultrapeer serves
 };
 

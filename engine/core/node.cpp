@@ -9,6 +9,10 @@ namespace {
 constexpr std::string_view kGnutellaGreeting = "GNUTELLA";
 constexpr std::size_t kReadChunk = 16384;
 constexpr std::size_t kSniffLimit = 4096;
+constexpr std::size_t kMaxWebCacheAnswer = 64 * 1024;
+constexpr std::size_t kMaxHostsPerAnswer = 50;
+constexpr std::size_t kMaxKnownCaches = 40;
+constexpr std::size_t kMaxPendingUdpPings = 64;
 } // namespace
 
 struct Node::Link {
@@ -22,11 +26,12 @@ struct Node::Link {
     bool writing = false;
     bool closing = false; // no more reads are delivered; close once the queue is written
     bool shut = false;
+    LinkTraffic traffic;
 };
 
 Node::Node(asio::io_context& io, NodeOptions options, const SharedFileIndex& index,
            std::uint64_t seed)
-    : io_(io), options_(std::move(options)), acceptor_(io), tick_timer_(io) {
+    : io_(io), options_(std::move(options)), acceptor_(io), udp_(io), tick_timer_(io) {
     ServentTransport& transport = *this;
     servent_ = std::make_unique<Servent>(
         options_.servent, index, transport, [] { return Clock::now(); }, seed);
@@ -55,6 +60,17 @@ std::error_code Node::Start() {
         return ec;
     port_ = acceptor_.local_endpoint().port();
     servent_->SetListen(endpoint());
+    if (options_.udp) {
+        // Without the UDP side the node still works; it only cannot ask UDP host caches.
+        asio::error_code udp_ec;
+        udp_.open(asio::ip::udp::v4(), udp_ec);
+        if (!udp_ec)
+            udp_.bind({options_.bind_address, port_}, udp_ec);
+        if (udp_ec)
+            udp_.close(udp_ec);
+        else
+            ReceiveUdp();
+    }
     if (!options_.host_cache_file.empty()) {
         std::ifstream in(options_.host_cache_file);
         std::stringstream text;
@@ -63,9 +79,12 @@ std::error_code Node::Start() {
     }
     Accept();
     ScheduleTick();
+    last_save_ = Clock::now();
     asio::post(io_, [this, alive = alive_] {
-        if (*alive && !stopped_)
+        if (*alive && !stopped_) {
             servent_->Tick();
+            Bootstrap();
+        }
     });
     return {};
 }
@@ -77,6 +96,7 @@ void Node::Stop() {
     servent_->Shutdown();
     asio::error_code ignored;
     acceptor_.close(ignored);
+    udp_.close(ignored);
     tick_timer_.cancel();
     SaveHostCache();
     std::vector<std::shared_ptr<Link>> idle;
@@ -91,7 +111,14 @@ void Node::SaveHostCache() {
     if (options_.host_cache_file.empty())
         return;
     std::ofstream out(options_.host_cache_file, std::ios::trunc);
-    out << servent_->hosts().Serialize();
+    out << servent_->HostCacheText();
+}
+
+std::optional<LinkTraffic> Node::traffic(PeerId peer) const {
+    auto it = links_.find(peer);
+    if (it == links_.end())
+        return std::nullopt;
+    return it->second->traffic;
 }
 
 std::size_t Node::queued_bytes() const {
@@ -107,6 +134,12 @@ void Node::ScheduleTick() {
         if (ec || !*alive || stopped_)
             return;
         servent_->Tick();
+        Bootstrap();
+        auto now = Clock::now();
+        if (now - last_save_ >= options_.host_cache_save_interval) {
+            last_save_ = now;
+            SaveHostCache();
+        }
         ScheduleTick();
     });
 }
@@ -187,6 +220,8 @@ void Node::Read(std::shared_ptr<Link> link) {
                 servent_->Lost(link->id);
                 return;
             }
+            link->traffic.bytes_in += n;
+            link->traffic.last_activity = std::chrono::steady_clock::now();
             servent_->Received(link->id, ByteView(link->buffer.data(), n));
             if (!link->closing)
                 Read(link);
@@ -244,6 +279,8 @@ void Node::Write(std::shared_ptr<Link> link) {
                           for (const auto& b : *batch)
                               written += b.size();
                           link->queued -= std::min(link->queued, written);
+                          link->traffic.bytes_out += written;
+                          link->traffic.last_activity = std::chrono::steady_clock::now();
                           if (ec) {
                               bool was_closing = link->closing;
                               link->closing = true;
@@ -307,6 +344,233 @@ void Node::Dial(const Endpoint& host) {
                               servent_->Connected(link->id, host);
                               if (!link->closing)
                                   Read(link);
+                          });
+}
+
+void Node::LearnHosts(const std::vector<Endpoint>& hosts) {
+    if (stopped_)
+        return;
+    for (const auto& host : hosts)
+        if (host != endpoint())
+            servent_->hosts().Add(host);
+    // Dial now rather than at the next tick: the user is waiting for a connection.
+    servent_->Tick();
+}
+
+// Asks the caches, in the order the list gives them, while nobody is left to dial: one UDP host
+// cache and one web cache at a time, each at most once per interval. As an ultrapeer with
+// links, tells one web cache per interval where we are.
+void Node::Bootstrap() {
+    if (stopped_ || options_.caches.empty())
+        return;
+    auto now = Clock::now();
+    auto due = [&](const std::map<BootstrapCache, Clock::time_point>& asked,
+                   const BootstrapCache& cache) {
+        auto it = asked.find(cache);
+        return it == asked.end() || now - it->second >= options_.cache_interval;
+    };
+    if (servent_->WantsHosts()) {
+        bool udp_asked = false;
+        for (const auto& cache : options_.caches) {
+            if (!due(cache_asked_, cache))
+                continue;
+            if (cache.kind == BootstrapCache::Kind::UdpHostCache && udp_.is_open() && !udp_asked) {
+                cache_asked_[cache] = now;
+                udp_asked = true;
+                AskUdpHostCache(cache);
+            } else if (cache.kind == BootstrapCache::Kind::WebCache && !web_cache_busy_) {
+                cache_asked_[cache] = now;
+                AskWebCache(cache, false);
+            }
+        }
+        return;
+    }
+    bool reachable = options_.servent.allow_private_addresses || endpoint().IsRoutable();
+    if (!servent_->IsUltrapeer() || !reachable || web_cache_busy_)
+        return;
+    for (const auto& cache : options_.caches) {
+        if (cache.kind == BootstrapCache::Kind::WebCache && due(cache_updated_, cache)) {
+            cache_updated_[cache] = now;
+            AskWebCache(cache, true);
+            return;
+        }
+    }
+}
+
+void Node::AskWebCache(const BootstrapCache& cache, bool update) {
+    auto url = ParseCacheUrl(cache.address);
+    if (!url)
+        return;
+    struct Exchange {
+        explicit Exchange(asio::io_context& io) : resolver(io), socket(io), timer(io) {}
+        asio::ip::tcp::resolver resolver;
+        asio::ip::tcp::socket socket;
+        asio::steady_timer timer;
+        std::string request;
+        std::string answer;
+        std::array<char, 4096> buffer{};
+        bool done = false;
+    };
+    auto x = std::make_shared<Exchange>(io_);
+    x->request = update ? GwcUpdateRequest(*url, endpoint(), options_.servent.user_agent)
+                        : GwcGetRequest(*url, options_.servent.user_agent);
+    web_cache_busy_ = true;
+    auto finish = [this, alive = alive_, x, update](bool whole) {
+        if (!*alive || x->done)
+            return;
+        x->done = true;
+        web_cache_busy_ = false;
+        asio::error_code ignored;
+        x->timer.cancel();
+        x->socket.close(ignored);
+        x->resolver.cancel();
+        if (!whole || update || stopped_)
+            return;
+        auto answer = ParseHttpAnswer(x->answer);
+        if (!answer || answer->status != 200)
+            return;
+        auto gwc = ParseGwcAnswer(answer->body, kMaxHostsPerAnswer);
+        for (const auto& other : gwc.caches) {
+            BootstrapCache learned{BootstrapCache::Kind::WebCache, other};
+            if (options_.caches.size() < kMaxKnownCaches &&
+                std::find(options_.caches.begin(), options_.caches.end(), learned) ==
+                    options_.caches.end())
+                options_.caches.push_back(std::move(learned));
+        }
+        LearnHosts(gwc.hosts);
+    };
+    x->timer.expires_after(options_.cache_timeout);
+    x->timer.async_wait([finish](const asio::error_code& ec) {
+        if (!ec)
+            finish(false);
+    });
+    auto read = std::make_shared<std::function<void()>>();
+    *read = [x, finish, read] {
+        x->socket.async_read_some(asio::buffer(x->buffer),
+                                  [x, finish, read](const asio::error_code& ec, std::size_t n) {
+                                      x->answer.append(x->buffer.data(), n);
+                                      if (ec == asio::error::eof) {
+                                          finish(true);
+                                          *read = nullptr; // breaks the cycle the handler holds
+                                      } else if (ec || x->answer.size() > kMaxWebCacheAnswer) {
+                                          finish(false);
+                                          *read = nullptr;
+                                      } else {
+                                          (*read)();
+                                      }
+                                  });
+    };
+    x->resolver.async_resolve(
+        url->host, std::to_string(url->port),
+        [x, finish, read](const asio::error_code& ec,
+                          asio::ip::tcp::resolver::results_type results) {
+            if (ec) {
+                finish(false);
+                *read = nullptr;
+                return;
+            }
+            asio::async_connect(
+                x->socket, results,
+                [x, finish, read](const asio::error_code& connect_ec, const auto&) {
+                    if (connect_ec) {
+                        finish(false);
+                        *read = nullptr;
+                        return;
+                    }
+                    asio::async_write(
+                        x->socket, asio::buffer(x->request),
+                        [x, finish, read](const asio::error_code& write_ec, std::size_t) {
+                            if (write_ec) {
+                                finish(false);
+                                *read = nullptr;
+                                return;
+                            }
+                            (*read)();
+                        });
+                });
+        });
+}
+
+void Node::AskUdpHostCache(const BootstrapCache& cache) {
+    auto host = ParseHostAndPort(cache.address);
+    if (!host)
+        return;
+    auto resolver = std::make_shared<asio::ip::udp::resolver>(io_);
+    resolver->async_resolve(
+        asio::ip::udp::v4(), host->host, std::to_string(host->port),
+        [this, alive = alive_, resolver](const asio::error_code& ec,
+                                         asio::ip::udp::resolver::results_type results) {
+            if (ec || !*alive || stopped_ || results.empty() || !udp_.is_open())
+                return;
+            std::mt19937_64 rng(std::random_device{}());
+            Guid guid = Guid::Random(rng);
+            if (udp_pings_.size() >= kMaxPendingUdpPings)
+                udp_pings_.erase(udp_pings_.begin());
+            udp_pings_.insert(guid);
+            auto datagram = std::make_shared<Bytes>(SerializeMessage(UdpHostCachePing(guid)));
+            udp_.async_send_to(asio::buffer(*datagram), results.begin()->endpoint(),
+                               [datagram](const asio::error_code&, std::size_t) {});
+        });
+}
+
+void Node::ReceiveUdp() {
+    udp_.async_receive_from(asio::buffer(udp_buffer_), udp_from_,
+                            [this, alive = alive_](const asio::error_code& ec, std::size_t n) {
+                                if (!*alive || stopped_ || ec == asio::error::operation_aborted)
+                                    return;
+                                if (!ec)
+                                    OnDatagram(ByteView(udp_buffer_.data(), n), udp_from_);
+                                if (udp_.is_open())
+                                    ReceiveUdp();
+                            });
+}
+
+// One datagram is one whole message; anything else is dropped.
+void Node::OnDatagram(ByteView bytes, const asio::ip::udp::endpoint& from) {
+    auto header = ParseHeader(bytes);
+    if (!header || header->payload_length != bytes.size() - kHeaderSize || !from.address().is_v4())
+        return;
+    Message message;
+    message.header = *header;
+    message.payload.assign(bytes.begin() + kHeaderSize, bytes.end());
+    if (message.type() == PayloadType::Pong) {
+        if (udp_pings_.erase(message.header.guid) == 0)
+            return; // nobody here asked for it
+        if (auto pong = ParsePong(message.payload))
+            LearnHosts(HostsOfUdpPong(*pong, kMaxHostsPerAnswer));
+        return;
+    }
+    if (!IsUdpHostCachePing(message) || !servent_->IsUltrapeer())
+        return;
+    // Answers are few per second, so no one can turn us into a flood towards a third party.
+    auto now = Clock::now();
+    if (now - udp_answer_second_ >= std::chrono::seconds(1)) {
+        udp_answer_second_ = now;
+        udp_answers_ = 0;
+    }
+    if (++udp_answers_ > options_.udp_answers_per_second)
+        return;
+    auto datagram = std::make_shared<Bytes>(SerializeMessage(
+        UdpHostCachePong(message.header.guid, servent_->OwnPong(), servent_->TryHosts())));
+    udp_.async_send_to(asio::buffer(*datagram), from,
+                       [datagram](const asio::error_code&, std::size_t) {});
+}
+
+void Node::ConnectBack(const Endpoint& host) {
+    auto socket = std::make_shared<asio::ip::tcp::socket>(io_);
+    auto timer = std::make_shared<asio::steady_timer>(io_, options_.dial_timeout);
+    timer->async_wait([socket](const asio::error_code& ec) {
+        if (!ec) {
+            asio::error_code ignored;
+            socket->close(ignored);
+        }
+    });
+    // Being reached is the whole message; the connection ends at once.
+    socket->async_connect({asio::ip::address_v4(host.ip), host.port},
+                          [socket, timer](const asio::error_code&) {
+                              timer->cancel();
+                              asio::error_code ignored;
+                              socket->close(ignored);
                           });
 }
 

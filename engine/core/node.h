@@ -2,12 +2,16 @@
 // the upkeep timer. Everything Gnutella is decided by Servent; this layer only moves bytes.
 #pragma once
 
+#include <array>
 #include <asio.hpp>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 
+#include "engine/core/bootstrap.h"
 #include "engine/core/servent.h"
 
 namespace corvid::gnutella {
@@ -22,6 +26,23 @@ struct NodeOptions {
     std::chrono::seconds sniff_timeout{15};
     std::chrono::seconds dial_timeout{10};
     std::string host_cache_file; // empty: nothing kept across runs
+    std::chrono::seconds host_cache_save_interval{300};
+    // Where to look when the host cache has nobody left to dial; each cache is asked at most
+    // once per cache_interval. Empty: no bootstrapping beyond the host cache.
+    std::vector<BootstrapCache> caches;
+    std::chrono::minutes cache_interval{60};
+    std::chrono::seconds cache_timeout{20};
+    // A UDP socket on the Gnutella port: host-cache pings out, and answers to others' as an
+    // ultrapeer.
+    bool udp = true;
+    int udp_answers_per_second = 20;
+};
+
+// What one link has carried so far, for the hosts view.
+struct LinkTraffic {
+    std::uint64_t bytes_in = 0;
+    std::uint64_t bytes_out = 0;
+    std::chrono::steady_clock::time_point last_activity{};
 };
 
 class Node : private ServentTransport {
@@ -41,6 +62,9 @@ public:
     void Stop();
 
     std::uint16_t port() const { return port_; }
+    bool udp_open() const { return udp_.is_open(); }
+    // The caches known now: the configured ones and those the web caches told us of.
+    const std::vector<BootstrapCache>& caches() const { return options_.caches; }
     Endpoint endpoint() const;
     Servent& servent() { return *servent_; }
     void SetForeignConnectionHandler(ForeignConnectionHandler handler) {
@@ -48,6 +72,8 @@ public:
     }
     // Total bytes waiting in write queues: what slow readers cost us right now.
     std::size_t queued_bytes() const;
+    // Nothing once the link is gone.
+    std::optional<LinkTraffic> traffic(PeerId peer) const;
 
 private:
     struct Link;
@@ -55,6 +81,7 @@ private:
     void Send(PeerId peer, Bytes bytes) override;
     void Close(PeerId peer) override;
     void Dial(const Endpoint& host) override;
+    void ConnectBack(const Endpoint& host) override;
 
     void Accept();
     void Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<Bytes> seen,
@@ -65,10 +92,26 @@ private:
     void Shut(const std::shared_ptr<Link>& link);
     void ScheduleTick();
     void SaveHostCache();
+    void Bootstrap();
+    void AskWebCache(const BootstrapCache& cache, bool update);
+    void AskUdpHostCache(const BootstrapCache& cache);
+    void ReceiveUdp();
+    void OnDatagram(ByteView bytes, const asio::ip::udp::endpoint& from);
+    void LearnHosts(const std::vector<Endpoint>& hosts);
 
     asio::io_context& io_;
     NodeOptions options_;
     asio::ip::tcp::acceptor acceptor_;
+    asio::ip::udp::socket udp_;
+    asio::ip::udp::endpoint udp_from_;
+    std::array<std::uint8_t, 65536> udp_buffer_{};
+    std::set<Guid> udp_pings_;
+    std::map<BootstrapCache, Clock::time_point> cache_asked_;
+    std::map<BootstrapCache, Clock::time_point> cache_updated_;
+    bool web_cache_busy_ = false;
+    Clock::time_point udp_answer_second_{};
+    int udp_answers_ = 0;
+    Clock::time_point last_save_{};
     asio::steady_timer tick_timer_;
     std::unique_ptr<Servent> servent_;
     std::unordered_map<PeerId, std::shared_ptr<Link>> links_;

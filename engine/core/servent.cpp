@@ -10,7 +10,36 @@ constexpr std::size_t kHitPayloadBudget = 32768;
 constexpr std::size_t kPongsPerPing = 10;
 constexpr std::size_t kTryHosts = 10;
 constexpr std::size_t kOutboxFlushSize = 16384;
+constexpr std::size_t kOwnSearchesKept = 100;
+constexpr std::size_t kMaxDynamicQueries = 1000;
+constexpr std::uint8_t kMaxDynamicTtl = 3;
+
+// Ultrapeers a query reaches through one link of the given degree at this TTL: the neighbour,
+// then (degree - 1) more at each further hop.
+std::uint64_t Horizon(int ttl, int degree) {
+    std::uint64_t total = 0;
+    std::uint64_t level = 1;
+    for (int hop = 0; hop < ttl; ++hop) {
+        total += level;
+        level *= static_cast<std::uint64_t>(std::max(1, degree - 1));
+    }
+    return total;
+}
 } // namespace
+
+struct Servent::DynamicQuery {
+    Message message; // as it came, before TTL and hops changed
+    Query query;
+    PeerId origin = kLocalPeer;
+    std::size_t target = 0;
+    Clock::time_point started{};
+    Clock::time_point next_step{};
+    std::set<PeerId> queried;
+    std::uint64_t hosts_reached = 0;
+    std::size_t routed_results = 0;
+    std::optional<std::size_t> reported; // by the leaf that asked, when it answers status
+    bool stopped = false;
+};
 
 // Lets a peer spend `burst` messages at once and earns one back every `refill`.
 struct TokenBucket {
@@ -60,6 +89,19 @@ struct Servent::Peer {
     TokenBucket leaf_queries;
     std::uint64_t queries_received = 0;
     std::uint64_t queries_sent = 0;
+    bool vendor_messages = false; // said "Vendor-Message" in its handshake
+    std::set<VendorKind> supported;
+    std::uint8_t hops_flow = 255; // queries with more hops than this are not sent to it
+    int degree = 6;               // its X-Degree: how wide a query spreads behind it
+    bool connected_back = false;
+
+    bool Supports(VendorSelector selector) const {
+        for (const auto& kind : supported)
+            if (kind.vendor == kCommonVendor &&
+                kind.selector == static_cast<std::uint16_t>(selector))
+                return true;
+        return false;
+    }
 };
 
 Servent::Servent(ServentConfig config, const SharedFileIndex& index, ServentTransport& transport,
@@ -173,6 +215,9 @@ std::vector<std::pair<std::string, std::string>> Servent::CommonHeaders(const Pe
     h.emplace_back("Pong-Caching", "0.1");
     h.emplace_back("GGEP", "0.5");
     h.emplace_back("Bye-Packet", "0.1");
+    h.emplace_back("Vendor-Message", "0.1");
+    if (ultrapeer_)
+        h.emplace_back("X-Dynamic-Querying", "0.1");
     if (config_.listen.IsValid())
         h.emplace_back("Listen-IP", config_.listen.ToString());
     std::string remote = peer.remote.ToString();
@@ -201,6 +246,15 @@ void Servent::LearnAddress(const HeaderBlock& block) {
             config_.listen.ip = ep->ip;
 }
 
+void Servent::ReadCapabilities(Peer& peer, const HeaderBlock& block) {
+    peer.supports_qrp = block.Has("X-Query-Routing");
+    if (auto ttl = block.Get("X-Max-TTL"))
+        peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
+    peer.vendor_messages = block.Has("Vendor-Message");
+    if (auto degree = block.Get("X-Degree"))
+        peer.degree = std::clamp(std::atoi(degree->c_str()), 1, 200);
+}
+
 void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
     if (!block.is_connect) {
         Drop(peer, 400, "Bad handshake");
@@ -212,9 +266,7 @@ void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
         if (auto ep = ParseEndpoint(listen))
             peer.listen = *ep;
     LearnAddress(block);
-    peer.supports_qrp = block.Has("X-Query-Routing");
-    if (auto ttl = block.Get("X-Max-TTL"))
-        peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
+    ReadCapabilities(peer, block);
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     int ultrapeers = CountPeers(PeerKind::Ultrapeer);
     int leaves = CountPeers(PeerKind::Leaf);
@@ -271,9 +323,7 @@ void Servent::OnResponseBlock(Peer& peer, const HeaderBlock& block) {
     peer.user_agent = block.Get("User-Agent").value_or("");
     peer.listen = peer.remote;
     LearnAddress(block);
-    peer.supports_qrp = block.Has("X-Query-Routing");
-    if (auto ttl = block.Get("X-Max-TTL"))
-        peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
+    ReadCapabilities(peer, block);
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     std::vector<std::pair<std::string, std::string>> headers;
     if (!remote_ultrapeer) {
@@ -339,6 +389,9 @@ void Servent::Open(Peer& peer) {
         Notify([&] { observer_->OnPeerOpened(Describe(peer)); });
     if (!ultrapeer_ && peer.kind == PeerKind::Ultrapeer && peer.supports_qrp)
         SendQrp(peer);
+    if (peer.vendor_messages)
+        SendMessage(peer, MakeVendorMessage(Guid::Random(rng_), VendorSelector::MessagesSupported,
+                                            0, MessagesSupportedData(OwnSupportedMessages())));
     // A first ping fills our host cache from the peer's pong cache.
     Bytes ping;
     auto guid = Guid::Random(rng_);
@@ -401,8 +454,10 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
         break;
     case PayloadType::VendorMessage:
     case PayloadType::VendorMessageStable:
+        OnVendorMessage(peer, message);
+        break;
     default:
-        // Vendor messages we do not speak and unknown types are skipped, never forwarded.
+        // Unknown types are skipped, never forwarded.
         break;
     }
 }
@@ -514,8 +569,15 @@ void Servent::OnQuery(Peer& peer, Message& message) {
         return;
     ++stats_.queries_handled;
     AnswerQuery(peer, message, *query);
-    if (ultrapeer_)
-        RouteQuery(message, *query, peer.id);
+    if (!ultrapeer_)
+        return;
+    if (peer.kind == PeerKind::Leaf) {
+        // Our leaf's query: its fellow leaves hear it now, the network step by step.
+        RouteQuery(message, *query, peer.id, true);
+        StartDynamicQuery(message, *query, peer.id, config_.leaf_query_target);
+        return;
+    }
+    RouteQuery(message, *query, peer.id, false);
 }
 
 void Servent::AnswerQuery(Peer& peer, const Message& message, const Query& query) {
@@ -553,12 +615,14 @@ void Servent::AnswerQuery(Peer& peer, const Message& message, const Query& query
         if (hit.results.size() == kResultsPerHit || budget + cost > kHitPayloadBudget)
             flush();
         budget += cost;
-        hit.results.push_back({file.index, file.size, std::move(file.name), std::move(file.sha1)});
+        hit.results.push_back(
+            {file.index, file.size, std::move(file.name), std::move(file.sha1), "", {}});
     }
     flush();
 }
 
-void Servent::RouteQuery(const Message& message, const Query& query, PeerId from) {
+void Servent::RouteQuery(const Message& message, const Query& query, PeerId from,
+                         bool leaves_only) {
     Message out = message;
     int ttl = message.header.ttl - 1;
     out.header.hops = static_cast<std::uint8_t>(message.header.hops + 1);
@@ -566,6 +630,8 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
         if (id == from || target->closing || target->state != Peer::State::Open)
             continue;
         if (target->kind == PeerKind::Ultrapeer) {
+            if (leaves_only)
+                continue;
             int capped = std::min<int>(ttl, target->max_ttl);
             if (capped <= 0)
                 continue;
@@ -577,6 +643,8 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
                 ++stats_.queries_blocked_by_qrp;
                 continue;
             }
+            if (out.header.hops > target->hops_flow)
+                continue;
             out.header.ttl = 1;
         } else {
             continue;
@@ -601,7 +669,12 @@ void Servent::OnQueryHit(Peer& peer, Message& message) {
     }
     if (*servent != servent_guid_)
         push_routes_.Update(*servent, peer.id, now);
+    if (auto dq = dynamic_.find(message.header.guid); dq != dynamic_.end())
+        dq->second.routed_results += message.payload.empty() ? 0 : message.payload[0];
     if (*route == kLocalPeer) {
+        if (auto own = searches_.find(message.header.guid);
+            own != searches_.end() && !message.payload.empty())
+            own->second.results += message.payload[0];
         if (auto hit = ParseQueryHit(message.payload); hit && observer_)
             Notify([&] { observer_->OnSearchHit(message.header.guid, *hit); });
         return;
@@ -780,6 +853,7 @@ void Servent::Tick() {
             (!peer->qrp_sent_at || now - *peer->qrp_sent_at >= config_.qrp_resend_interval))
             SendQrp(*peer);
     }
+    AdvanceDynamicQueries(now);
     if (!last_ping_ || now - *last_ping_ >= config_.ping_interval) {
         last_ping_ = now;
         auto guid = Guid::Random(rng_);
@@ -806,6 +880,20 @@ void Servent::Tick() {
     Settle();
 }
 
+bool Servent::WantsHosts() const {
+    int wanted = ultrapeer_ ? config_.network.ultrapeer_min_count : config_.network.peer_max_count;
+    return CountPeers(PeerKind::Ultrapeer) + CountPendingUltrapeers() < wanted &&
+           !hosts_.HasDialable(clock_());
+}
+
+std::string Servent::HostCacheText() const {
+    std::string text;
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing && peer->kind == PeerKind::Ultrapeer && peer->listen.IsValid())
+            text += peer->listen.ToString() + "\n";
+    return text + hosts_.Serialize();
+}
+
 void Servent::Shutdown() {
     for (auto& [id, peer] : peers_)
         Drop(*peer, 200, "Shutting down");
@@ -814,7 +902,14 @@ void Servent::Shutdown() {
 
 Guid Servent::StartSearch(std::string text, std::vector<std::string> sha1s) {
     Guid guid = Guid::Random(rng_);
-    query_routes_.Insert(guid, kLocalPeer, clock_());
+    auto now = clock_();
+    query_routes_.Insert(guid, kLocalPeer, now);
+    searches_[guid] = {};
+    search_order_.push_back(guid);
+    if (search_order_.size() > kOwnSearchesKept) {
+        searches_.erase(search_order_.front());
+        search_order_.pop_front();
+    }
     Query query;
     query.flags = kQueryFlagsPresent | kQueryGgepH;
     if (config_.firewalled)
@@ -822,19 +917,183 @@ Guid Servent::StartSearch(std::string text, std::vector<std::string> sha1s) {
     query.text = text.empty() && !sha1s.empty() ? "\\" : std::move(text);
     query.sha1s = std::move(sha1s);
     auto payload = SerializeQuery(query);
+    auto ttl = ultrapeer_ ? kMaxDynamicTtl : config_.query_ttl;
+    Message message = MakeMessage(guid, PayloadType::Query, ttl, payload);
+    if (ultrapeer_) {
+        // Our leaves hear it at once; the network as a dynamic query does.
+        Message as_if_received = message;
+        ++as_if_received.header.ttl;
+        RouteQuery(as_if_received, query, kLocalPeer, true);
+        StartDynamicQuery(message, query, kLocalPeer, config_.own_query_target);
+        Settle();
+        return guid;
+    }
     for (auto& [id, peer] : peers_) {
         if (peer->closing || peer->state != Peer::State::Open)
             continue;
         if (peer->kind == PeerKind::Ultrapeer) {
-            auto ttl = static_cast<std::uint8_t>(std::min(config_.query_ttl, peer->max_ttl));
-            SendMessage(*peer, MakeMessage(guid, PayloadType::Query, ttl, payload));
-        } else if (peer->kind == PeerKind::Leaf && peer->qrp && peer->qrp->table() &&
-                   peer->qrp->table()->MatchesQuery(query.text, query.sha1s)) {
-            SendMessage(*peer, MakeMessage(guid, PayloadType::Query, 1, payload));
+            auto capped = static_cast<std::uint8_t>(std::min(config_.query_ttl, peer->max_ttl));
+            SendMessage(*peer, MakeMessage(guid, PayloadType::Query, capped, payload));
         }
     }
     Settle();
     return guid;
+}
+
+void Servent::StopSearch(const Guid& search) {
+    if (auto it = searches_.find(search); it != searches_.end())
+        it->second.stopped = true;
+    if (auto it = dynamic_.find(search); it != dynamic_.end())
+        it->second.stopped = true;
+}
+
+void Servent::StartDynamicQuery(const Message& message, const Query& query, PeerId origin,
+                                std::size_t target) {
+    if (dynamic_.size() >= kMaxDynamicQueries || dynamic_.count(message.header.guid))
+        return;
+    ++stats_.dynamic_queries;
+    DynamicQuery dq;
+    dq.message = message;
+    dq.query = query;
+    dq.origin = origin;
+    dq.target = target;
+    dq.started = clock_();
+    dq.next_step = dq.started;
+    auto [it, added] = dynamic_.emplace(message.header.guid, std::move(dq));
+    auto& started = it->second;
+    // The probe: a few links at TTL 1, to learn how common the wanted files are.
+    int probed = 0;
+    for (auto& [id, peer] : peers_) {
+        if (probed == config_.probe_links)
+            break;
+        if (peer->closing || peer->state != Peer::State::Open || id == origin ||
+            peer->kind != PeerKind::Ultrapeer)
+            continue;
+        Message out = started.message;
+        out.header.ttl = 1;
+        out.header.hops = static_cast<std::uint8_t>(message.header.hops + (origin != kLocalPeer));
+        SendMessage(*peer, out);
+        ++peer->queries_sent;
+        ++stats_.queries_forwarded;
+        started.queried.insert(id);
+        started.hosts_reached += Horizon(1, peer->degree);
+        ++probed;
+    }
+    started.next_step = started.started + config_.query_step_per_hop;
+}
+
+void Servent::AdvanceDynamicQueries(Clock::time_point now) {
+    for (auto it = dynamic_.begin(); it != dynamic_.end();) {
+        if (AdvanceDynamicQuery(it->second, now))
+            ++it;
+        else
+            it = dynamic_.erase(it);
+    }
+}
+
+// False once the query is done: enough results, stopped, out of links or too old.
+bool Servent::AdvanceDynamicQuery(DynamicQuery& dq, Clock::time_point now) {
+    if (dq.stopped || now - dq.started > config_.query_lifetime)
+        return false;
+    Peer* leaf = nullptr;
+    if (dq.origin != kLocalPeer) {
+        leaf = Find(dq.origin);
+        if (!leaf)
+            return false;
+    }
+    std::size_t results = dq.reported.value_or(dq.routed_results);
+    if (dq.origin == kLocalPeer)
+        if (auto own = searches_.find(dq.message.header.guid); own != searches_.end())
+            results = own->second.results;
+    if (results >= dq.target)
+        return false;
+    if (now < dq.next_step)
+        return true;
+    Peer* next = nullptr;
+    for (auto& [id, peer] : peers_) {
+        if (!peer->closing && peer->state == Peer::State::Open &&
+            peer->kind == PeerKind::Ultrapeer && id != dq.origin && !dq.queried.count(id)) {
+            next = peer.get();
+            break;
+        }
+    }
+    if (!next)
+        return false;
+    // Widen as far as the results so far say is needed: with none yet, as far as allowed.
+    int cap = std::min<int>({kMaxDynamicTtl, next->max_ttl, config_.max_ttl});
+    int ttl = cap;
+    if (results > 0 && dq.hosts_reached > 0) {
+        double per_host = static_cast<double>(results) / static_cast<double>(dq.hosts_reached);
+        double hosts_needed = static_cast<double>(dq.target - results) / per_host;
+        ttl = 1;
+        while (ttl < cap && static_cast<double>(Horizon(ttl, next->degree)) < hosts_needed)
+            ++ttl;
+    }
+    Message out = dq.message;
+    out.header.ttl = static_cast<std::uint8_t>(ttl);
+    out.header.hops = static_cast<std::uint8_t>(dq.message.header.hops + (leaf != nullptr));
+    SendMessage(*next, out);
+    ++next->queries_sent;
+    ++stats_.queries_forwarded;
+    ++stats_.dynamic_steps;
+    dq.queried.insert(next->id);
+    dq.hosts_reached += Horizon(ttl, next->degree);
+    dq.next_step = now + config_.query_step_per_hop * ttl;
+    // Ask the leaf how many results it has kept, for the next step.
+    if (leaf && leaf->Supports(VendorSelector::QueryStatusRequest))
+        SendMessage(*leaf, MakeVendorMessage(dq.message.header.guid,
+                                             VendorSelector::QueryStatusRequest, 1, {}));
+    return true;
+}
+
+void Servent::OnVendorMessage(Peer& peer, Message& message) {
+    auto vendor = ParseCommonVendorMessage(message.payload);
+    if (!vendor)
+        return; // another vendor's message: skipped
+    switch (vendor->selector) {
+    case VendorSelector::MessagesSupported:
+        if (auto kinds = ParseMessagesSupported(vendor->data))
+            peer.supported = std::set<VendorKind>(kinds->begin(), kinds->end());
+        break;
+    case VendorSelector::HopsFlow:
+        if (!vendor->data.empty())
+            peer.hops_flow = vendor->data[0];
+        break;
+    case VendorSelector::TcpConnectBack: {
+        // Once per link, to the address the link comes from: never a third party.
+        ByteReader r(vendor->data);
+        std::uint16_t port = r.U16Le();
+        if (r.ok() && port != 0 && !peer.connected_back) {
+            peer.connected_back = true;
+            transport_.ConnectBack({peer.remote.ip, port});
+        }
+        break;
+    }
+    case VendorSelector::QueryStatusRequest: {
+        auto own = searches_.find(message.header.guid);
+        if (ultrapeer_ || peer.kind != PeerKind::Ultrapeer || own == searches_.end())
+            break;
+        Bytes data;
+        PutU16Le(data, own->second.stopped ? kQueryStatusStop
+                                           : static_cast<std::uint16_t>(std::min<std::size_t>(
+                                                 own->second.results, kQueryStatusStop - 1)));
+        SendMessage(peer, MakeVendorMessage(message.header.guid,
+                                            VendorSelector::QueryStatusResponse, 1, data));
+        break;
+    }
+    case VendorSelector::QueryStatusResponse: {
+        auto dq = dynamic_.find(message.header.guid);
+        ByteReader r(vendor->data);
+        std::uint16_t count = r.U16Le();
+        if (dq == dynamic_.end() || dq->second.origin != peer.id || !r.ok())
+            break;
+        if (count == kQueryStatusStop)
+            dq->second.stopped = true;
+        else
+            dq->second.reported = count;
+        break;
+    }
+    }
 }
 
 bool Servent::SendPush(const Guid& servent, std::uint32_t file_index) {

@@ -20,6 +20,7 @@
 #include "engine/core/qrp.h"
 #include "engine/core/route_table.h"
 #include "engine/core/shared_file_index.h"
+#include "engine/core/vendor.h"
 #include "engine/core/zstream.h"
 
 namespace corvid::gnutella {
@@ -49,6 +50,14 @@ struct ServentConfig {
     std::size_t route_table_entries = 100000;
     std::size_t pong_cache_size = 32;
     int dials_per_tick = 4;
+    // Dynamic querying, for our leaves' queries and our own as an ultrapeer: a probe over a few
+    // links at TTL 1, then one link at a time with a TTL chosen from the results so far, until
+    // the target number of results has come back.
+    std::size_t leaf_query_target = 50;
+    std::size_t own_query_target = 150;
+    int probe_links = 3;
+    std::chrono::milliseconds query_step_per_hop{2400};
+    std::chrono::seconds query_lifetime{180};
 };
 
 class ServentTransport {
@@ -59,6 +68,8 @@ public:
     virtual void Close(PeerId peer) = 0;
     // Open a connection; answer with Servent::Connected or Servent::DialFailed.
     virtual void Dial(const Endpoint& host) = 0;
+    // Connect to the host and hang up at once: a peer asked to learn whether it can be reached.
+    virtual void ConnectBack(const Endpoint& /*host*/) {}
 };
 
 enum class PeerKind { Handshaking, Ultrapeer, Leaf };
@@ -86,6 +97,8 @@ struct ServentStats {
     std::atomic<std::uint64_t> hits_routed{0};
     std::atomic<std::uint64_t> hits_dropped_unroutable{0};
     std::atomic<std::uint64_t> peers_dropped_for_abuse{0};
+    std::atomic<std::uint64_t> dynamic_queries{0};
+    std::atomic<std::uint64_t> dynamic_steps{0}; // links a dynamic query was widened to
 };
 
 class ServentObserver {
@@ -128,6 +141,8 @@ public:
     // Says Bye to one peer and closes its link.
     void Disconnect(PeerId peer);
     Guid StartSearch(std::string text, std::vector<std::string> sha1s = {});
+    // The user closed the search: our ultrapeer hears "stop" when it asks how it is going.
+    void StopSearch(const Guid& search);
     // Sends a Push towards the servent that offered a file, by its servent GUID.
     bool SendPush(const Guid& servent, std::uint32_t file_index);
 
@@ -137,6 +152,13 @@ public:
     void SetListen(const Endpoint& listen) { config_.listen = listen; }
     std::vector<PeerInfo> Peers() const;
     HostCache& hosts() { return hosts_; }
+    // Too few links and nobody left in the host cache to dial: time to ask the caches.
+    bool WantsHosts() const;
+    // The host cache as kept across runs, with the ultrapeers we are linked to first.
+    std::string HostCacheText() const;
+    // Ultrapeers worth telling others about: those we are linked to, then the host cache.
+    std::vector<Endpoint> TryHosts() const;
+    Pong OwnPong() const;
     const ServentStats& stats() const { return stats_; }
 
 private:
@@ -157,9 +179,18 @@ private:
     void OnQueryHit(Peer& peer, Message& message);
     void OnPush(Peer& peer, Message& message);
     void OnRouteTable(Peer& peer, Message& message);
+    void OnVendorMessage(Peer& peer, Message& message);
+    void ReadCapabilities(Peer& peer, const HeaderBlock& block);
 
+    struct DynamicQuery;
+    void StartDynamicQuery(const Message& message, const Query& query, PeerId origin,
+                           std::size_t target);
+    // One step of each running dynamic query that is due; finished ones are forgotten.
+    void AdvanceDynamicQueries(Clock::time_point now);
+    bool AdvanceDynamicQuery(DynamicQuery& dq, Clock::time_point now);
     void AnswerQuery(Peer& peer, const Message& message, const Query& query);
-    void RouteQuery(const Message& message, const Query& query, PeerId from);
+    // To the leaves whose tables match, and unless leaves_only to the other ultrapeers.
+    void RouteQuery(const Message& message, const Query& query, PeerId from, bool leaves_only);
     void SendMessage(Peer& peer, const Message& message);
     void SendRaw(Peer& peer, std::string_view text);
     void SendQrp(Peer& peer);
@@ -172,9 +203,7 @@ private:
     void LearnAddress(const HeaderBlock& block);
 
     std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;
-    std::vector<Endpoint> TryHosts() const;
     PeerInfo Describe(const Peer& peer) const;
-    Pong OwnPong() const;
     int CountPeers(PeerKind kind) const;
     int CountPendingUltrapeers() const;
     Peer* Find(PeerId id);
@@ -196,6 +225,14 @@ private:
     RouteTable push_routes_;
     HostCache hosts_;
     std::deque<Pong> pong_cache_;
+    std::map<Guid, DynamicQuery> dynamic_;
+    // Results of our own searches, for our ultrapeer's status requests; stopped ones say so.
+    struct OwnSearch {
+        std::size_t results = 0;
+        bool stopped = false;
+    };
+    std::map<Guid, OwnSearch> searches_;
+    std::deque<Guid> search_order_;
     std::optional<Clock::time_point> last_ping_;
     ServentStats stats_;
     int notifying_ = 0;

@@ -1,6 +1,7 @@
 #include "engine/sharing/browse_host.h"
 
 #include "engine/sharing/upload_protocol.h"
+#include "platform/ascii.h"
 
 #include <algorithm>
 
@@ -50,7 +51,7 @@ Bytes BrowseHitStream(const std::vector<library::SharedFile>& files, const Brows
             flush();
         }
         budget += cost;
-        hit.results.push_back({file.index, file.size, file.name, file.sha1});
+        hit.results.push_back({file.index, file.size, file.name, file.sha1, "", {}});
     }
     flush();
     return stream;
@@ -62,9 +63,39 @@ bool BrowseReader::Fail(std::string why) {
     return false;
 }
 
+namespace {
+
+// The value of the first header of that name in a response head (names without regard to case).
+std::optional<std::string_view> HeadValue(std::string_view head, std::string_view name) {
+    std::size_t at = head.find('\n');
+    while (at != std::string_view::npos && at < head.size()) {
+        const std::size_t next = head.find('\n', at + 1);
+        std::string_view line = head.substr(
+            at + 1, next == std::string_view::npos ? std::string_view::npos : next - at - 1);
+        if (!line.empty() && line.back() == '\r') {
+            line.remove_suffix(1);
+        }
+        const std::size_t colon = line.find(':');
+        if (colon != std::string_view::npos && EqualsIgnoreCase(line.substr(0, colon), name)) {
+            return TrimBlanks(line.substr(colon + 1));
+        }
+        at = next;
+    }
+    return std::nullopt;
+}
+
+bool Contains(std::string_view value, std::string_view word) {
+    return ToLowerAscii(value).find(word) != std::string::npos;
+}
+
+} // namespace
+
 bool BrowseReader::Feed(ByteView bytes) {
     if (state_ == State::Failed) {
         return false;
+    }
+    if (state_ == State::Done) {
+        return true;
     }
     if (state_ == State::Body) {
         return FeedBody(bytes);
@@ -88,15 +119,24 @@ bool BrowseReader::Feed(ByteView bytes) {
     if (status_ != 200) {
         return Fail("the host answered " + std::to_string(status_));
     }
-    // Header names compare without regard to case; only the two that matter are looked for.
-    std::string lower = head;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (lower.find("application/x-gnutella-packets") == std::string::npos) {
+    const auto type = HeadValue(head, "Content-Type");
+    if (!type || !Contains(*type, "application/x-gnutella-packets")) {
         return Fail("the host does not offer its files as Gnutella packets");
     }
-    if (lower.find("content-encoding: deflate") != std::string::npos) {
-        inflater_ = std::make_unique<Inflater>();
+    if (const auto encoding = HeadValue(head, "Content-Encoding")) {
+        if (Contains(*encoding, "deflate")) {
+            inflater_ = std::make_unique<Inflater>();
+        } else if (!EqualsIgnoreCase(*encoding, "identity")) {
+            return Fail("the answer is compressed in a way we cannot read");
+        }
+    }
+    // An HTTP/1.1 answer may come in chunks around the (deflated) stream.
+    if (const auto transfer = HeadValue(head, "Transfer-Encoding")) {
+        if (EqualsIgnoreCase(*transfer, "chunked")) {
+            chunked_.emplace();
+        } else if (!EqualsIgnoreCase(*transfer, "identity")) {
+            return Fail("the answer's transfer encoding is not one we read");
+        }
     }
     state_ = State::Body;
     const std::size_t bodyStart = end + terminator;
@@ -106,6 +146,35 @@ bool BrowseReader::Feed(ByteView bytes) {
 }
 
 bool BrowseReader::FeedBody(ByteView bytes) {
+    if (!chunked_) {
+        return FeedPayload(bytes);
+    }
+    std::string_view input = AsText(bytes);
+    while (!input.empty()) {
+        const auto step = chunked_->Feed(input);
+        input.remove_prefix(step.consumed);
+        switch (step.status) {
+        case ChunkedDecoder::Status::Data:
+            if (!FeedPayload(AsBytes(step.data))) {
+                return false;
+            }
+            break;
+        case ChunkedDecoder::Status::Done:
+            if (framer_.buffered() != 0) {
+                return Fail("the answer ends inside a message");
+            }
+            state_ = State::Done;
+            return true;
+        case ChunkedDecoder::Status::Error:
+            return Fail(std::string("the chunked answer is broken: ") + chunked_->error());
+        case ChunkedDecoder::Status::NeedMore:
+            return true;
+        }
+    }
+    return true;
+}
+
+bool BrowseReader::FeedPayload(ByteView bytes) {
     auto frame = [this](ByteView plain) {
         const auto status = framer_.Feed(plain, [this](Message&& message) {
             if (message.type() != PayloadType::QueryHit || hits_.size() >= kMaxBrowseHits) {
@@ -121,6 +190,10 @@ bool BrowseReader::FeedBody(ByteView bytes) {
         return frame(bytes) || Fail("a message in the stream is too large");
     }
     return inflater_->Decompress(bytes, frame) || Fail("the compressed stream is broken");
+}
+
+bool BrowseReader::Complete() const {
+    return state_ == State::Done || (state_ == State::Body && !chunked_ && framer_.buffered() == 0);
 }
 
 std::string BrowseRequest(const Endpoint& host) {
@@ -165,10 +238,12 @@ void BrowseClient::Read() {
                 self->Finish(self->reader_.error());
                 return;
             }
+            if (self->reader_.state() == BrowseReader::State::Done) {
+                self->Finish("");
+                return;
+            }
             if (error == asio::error::eof) {
-                self->Finish(self->reader_.state() == BrowseReader::State::Body
-                                 ? ""
-                                 : "the host closed early");
+                self->Finish(self->reader_.Complete() ? "" : "the host closed early");
                 return;
             }
             if (error) {

@@ -5,11 +5,13 @@
 #include "engine/core/descriptor.h"
 #include "engine/core/zstream.h"
 #include "library/file_index.h"
+#include "platform/http_chunked.h"
 
 #include <asio.hpp>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,11 +27,12 @@ struct BrowseIdentity {
 // Every shared file as whole Query Hit messages, each within the usual size limits.
 Bytes BrowseHitStream(const std::vector<library::SharedFile>& files, const BrowseIdentity& who);
 
-// Reads a browse answer as it arrives: the HTTP head, then the body, inflated when the head says
-// so, cut into messages. Never holds more than one partial message and the head.
+// Reads a browse answer as it arrives: the HTTP head, then the body, unchunked and inflated when
+// the head says so, cut into messages. Never holds more than one partial message and the head.
 class BrowseReader {
 public:
-    enum class State { Head, Body, Failed };
+    // Done: a chunked answer's last chunk has arrived. A plain one runs to the close.
+    enum class State { Head, Body, Done, Failed };
 
     // False once the answer is found to be something other than a hit stream.
     bool Feed(ByteView bytes);
@@ -37,15 +40,19 @@ public:
     int status() const { return status_; }
     const std::vector<QueryHit>& hits() const { return hits_; }
     std::string error() const { return error_; }
+    // Whether what arrived so far is a whole answer, were the connection to end now.
+    bool Complete() const;
 
 private:
     bool FeedBody(ByteView bytes);
+    bool FeedPayload(ByteView bytes);
     bool Fail(std::string why);
 
     State state_ = State::Head;
     std::string head_;
     int status_ = 0;
     std::unique_ptr<Inflater> inflater_;
+    std::optional<ChunkedDecoder> chunked_;
     DescriptorFramer framer_;
     std::vector<QueryHit> hits_;
     std::string error_;

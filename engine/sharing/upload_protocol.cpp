@@ -400,6 +400,26 @@ UploadReply BusyReply(const UploadSettings& settings) {
                    "Retry-After: " + std::to_string(settings.retryAfterSeconds) + "\r\n");
 }
 
+RequestBody RequestBodyOf(const HttpRequest& request) {
+    RequestBody body;
+    if (const std::string* transfer = request.Header("Transfer-Encoding");
+        transfer && !EqualNoCase(TrimBlanks(*transfer), "identity")) {
+        body.kind = EqualNoCase(TrimBlanks(*transfer), "chunked") ? RequestBody::Kind::Chunked
+                                                                  : RequestBody::Kind::Unsupported;
+        return body;
+    }
+    if (const std::string* length = request.Header("Content-Length")) {
+        std::uint64_t value = 0;
+        if (!ParseDecimal(TrimBlanks(*length), value)) {
+            body.kind = RequestBody::Kind::Unsupported;
+        } else if (value > 0) {
+            body.kind = RequestBody::Kind::Length;
+            body.length = value;
+        }
+    }
+    return body;
+}
+
 UploadReply RefusalReply(int status, bool keepAlive, const UploadSettings& settings) {
     return Refusal(status, keepAlive, settings);
 }

@@ -42,6 +42,17 @@ constexpr std::size_t kMaxRequestHead = 8192;
 // Reads one request head from the start of bytes. Lines may end in CRLF or a bare LF.
 HeadParse ParseRequestHead(std::string_view bytes);
 
+// What follows a request's head: GETs carry nothing, but a peer may send a body (with a length or
+// in chunks), which must be read past for the next request on the connection to be found.
+struct RequestBody {
+    enum class Kind { None, Length, Chunked, Unsupported } kind = Kind::None;
+    std::uint64_t length = 0; // of a Length body
+};
+// No request we serve needs a body; one larger than this is not read past but refused.
+constexpr std::uint64_t kMaxRequestBody = 64 * 1024;
+
+RequestBody RequestBodyOf(const HttpRequest& request);
+
 struct ByteRange {
     std::uint64_t first = 0;
     std::uint64_t last = 0; // inclusive

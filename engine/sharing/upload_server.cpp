@@ -2,8 +2,11 @@
 
 #include <zlib.h>
 
+#include "platform/http_chunked.h"
+
 #include <array>
 #include <fstream>
+#include <optional>
 
 namespace corvid::gnutella {
 namespace {
@@ -61,16 +64,84 @@ public:
 
 private:
     void NextRequest() {
+        if (pending_) {
+            switch (SkipBody()) {
+            case Skip::More:
+                ReadMore();
+                return;
+            case Skip::Broken:
+                pending_.reset();
+                Reply(RefusalReply(400, false, state_->settings));
+                return;
+            case Skip::Done:
+                break;
+            }
+            HttpRequest request = std::move(*pending_);
+            pending_.reset();
+            Handle(request);
+            return;
+        }
         const HeadParse parse = ParseRequestHead(buffer_);
         if (parse.status == HeadStatus::Complete) {
             buffer_.erase(0, parse.consumed);
-            Handle(parse.request);
+            const RequestBody body = RequestBodyOf(parse.request);
+            if (body.kind == RequestBody::Kind::None) {
+                Handle(parse.request);
+                return;
+            }
+            if (body.kind == RequestBody::Kind::Unsupported || body.length > kMaxRequestBody) {
+                Reply(RefusalReply(400, false, state_->settings));
+                return;
+            }
+            pending_ = parse.request;
+            bodyLeft_ = body.length;
+            bodySkipped_ = 0;
+            if (body.kind == RequestBody::Kind::Chunked) {
+                chunks_.emplace();
+            } else {
+                chunks_.reset();
+            }
+            NextRequest();
             return;
         }
         if (parse.status == HeadStatus::Invalid) {
             Reply(RefusalReply(400, false, state_->settings));
             return;
         }
+        ReadMore();
+    }
+
+    enum class Skip { Done, More, Broken };
+
+    // Reads past the body of the pending request in what has arrived so far.
+    Skip SkipBody() {
+        if (!chunks_) {
+            const std::size_t take =
+                static_cast<std::size_t>(std::min<std::uint64_t>(bodyLeft_, buffer_.size()));
+            buffer_.erase(0, take);
+            bodyLeft_ -= take;
+            return bodyLeft_ == 0 ? Skip::Done : Skip::More;
+        }
+        std::string_view input = buffer_;
+        Skip result = Skip::More;
+        while (result == Skip::More && !input.empty()) {
+            const auto step = chunks_->Feed(input);
+            input.remove_prefix(step.consumed);
+            bodySkipped_ += step.data.size();
+            if (step.status == ChunkedDecoder::Status::Done) {
+                result = Skip::Done;
+            } else if (step.status == ChunkedDecoder::Status::Error ||
+                       bodySkipped_ > kMaxRequestBody) {
+                result = Skip::Broken;
+            } else if (step.status == ChunkedDecoder::Status::NeedMore) {
+                break;
+            }
+        }
+        buffer_.erase(0, buffer_.size() - input.size());
+        return result;
+    }
+
+    void ReadMore() {
         timer_.expires_after(kIdleTimeout);
         timer_.async_wait([self = shared_from_this()](const asio::error_code& error) {
             if (!error) {
@@ -227,6 +298,11 @@ private:
     std::optional<std::int32_t> uploadId_;
     std::uint64_t remaining_ = 0;
     std::uint64_t sent_ = 0;
+    // A request whose body is still being read past, and how.
+    std::optional<HttpRequest> pending_;
+    std::optional<ChunkedDecoder> chunks_;
+    std::uint64_t bodyLeft_ = 0;
+    std::uint64_t bodySkipped_ = 0;
 };
 
 } // namespace

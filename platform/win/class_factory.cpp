@@ -8,6 +8,8 @@ namespace {
 class ClassFactory final : public ComObject<ClassFactory, IClassFactory> {
 public:
     explicit ClassFactory(CreateFunction create) : create_(create) {}
+    ClassFactory(CreateFunction create, WithoutModuleLock unlocked)
+        : ComObject(unlocked), create_(create) {}
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
         if (!object) {
@@ -32,6 +34,10 @@ private:
 
 HRESULT MakeClassFactory(CreateFunction create, REFIID iid, void** object) {
     return ClassFactory::CreateObject(iid, object, create);
+}
+
+HRESULT MakeLocalServerClassFactory(CreateFunction create, REFIID iid, void** object) {
+    return ClassFactory::CreateObject(iid, object, create, WithoutModuleLock{});
 }
 
 HRESULT GetClassFactory(std::span<const CreatableClass> classes, REFCLSID clsid, REFIID iid,

@@ -20,6 +20,10 @@ struct CreatableClass {
 // A new factory for one class (DllGetClassObject's work, or what a local server registers).
 HRESULT MakeClassFactory(CreateFunction create, REFIID iid, void** object);
 
+// The factory a local server registers with CoRegisterClassObject: it holds no module lock, so
+// the server ends when the last object it made is released, not never.
+HRESULT MakeLocalServerClassFactory(CreateFunction create, REFIID iid, void** object);
+
 // Finds the class in the table and hands out its factory.
 HRESULT GetClassFactory(std::span<const CreatableClass> classes, REFCLSID clsid, REFIID iid,
                         void** object);

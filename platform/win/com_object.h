@@ -19,6 +19,7 @@
 #include <windows.h>
 
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -43,6 +44,10 @@ template <typename Last> struct FirstDispatch<Last> {
 };
 
 } // namespace detail
+
+// For the few objects that must not keep their binary alive: a local server's registered class
+// factories, which live exactly as long as the server's own registration.
+struct WithoutModuleLock {};
 
 template <typename Derived, typename First, typename... Rest>
 class ComObject : public First, public Rest... {
@@ -157,12 +162,13 @@ public:
 
 protected:
     ComObject() = default;
+    explicit ComObject(WithoutModuleLock) : moduleLock_(std::nullopt) {}
     virtual ~ComObject() = default;
     ComObject(const ComObject&) = delete;
     ComObject& operator=(const ComObject&) = delete;
 
 private:
-    ModuleLock moduleLock_;
+    std::optional<ModuleLock> moduleLock_{std::in_place};
     LONG references_ = 1;
 };
 

@@ -12,6 +12,8 @@
 #include <string>
 
 struct IGnutellaEngine;
+struct IGnutellaSearch;
+struct IUploadManager;
 struct IFileManager;
 
 namespace corvid {
@@ -132,6 +134,38 @@ public:
     virtual std::string SearchKeywords() const { return {}; }
     // Search windows are listed in the "Window" menu.
     virtual bool IsSearchWindow() const { return false; }
+
+    // Whether the user may close the tab (search windows and browse-host tabs).
+    virtual bool Closable() const { return false; }
+
+    // The engine's network information text (engine slot 14), once a second while an engine
+    // exists; the information panel shows it.
+    virtual void OnNetworkInfo(const std::string& text) { (void)text; }
+    // Every status message of the engine (event 3) and the connection events' texts; the console
+    // keeps them.
+    virtual void OnStatusMessage(const std::string& text) { (void)text; }
+    // The engine's upload component (engine slot 13), handed over at every connect.
+    virtual void OnUploads(IUploadManager* uploads) { (void)uploads; }
+    // The library view's count of shared files, or -1 when the panel keeps none.
+    virtual int SharedFileCount() const { return -1; }
+    // The download page's model, from the download panel; null from every other panel.
+    virtual transfer::DownloadPage* DownloadModel() { return nullptr; }
+    // The search view opens a search window for a search the main view created (SearchOnP2P);
+    // false when the panel opens none.
+    virtual bool OpenSearch(IGnutellaSearch* search, const std::string& keywords,
+                            const std::string& type) {
+        (void)search;
+        (void)keywords;
+        (void)type;
+        return false;
+    }
+    // A command that some panel carries out for the main view: "p2p_browse_host" (ask for an
+    // address), "p2p_options" (the options sheet), "p2p_search_window_list_%d"; and the
+    // kMsgBrowseHost request as "browse:<address>". False when the panel does not.
+    virtual bool OnPanelCommand(const std::string& name) {
+        (void)name;
+        return false;
+    }
 };
 
 } // namespace corvid::shell

@@ -105,8 +105,13 @@ TEST(HttpResponseParser, RefusesHostileHeads) {
          HttpParseError::BadContentLength},
         {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n",
          HttpParseError::BadContentLength},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n",
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n",
          HttpParseError::UnsupportedTransferEncoding},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5x\r\n", HttpParseError::BadChunk},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nabc\r\n",
+         HttpParseError::BadChunk},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFF\r\n",
+         HttpParseError::BadChunk},
     };
     for (const Case& c : cases) {
         HttpResponseParser parser;
@@ -139,6 +144,57 @@ TEST(HttpResponseParser, ResetReadsTheNextResponseOnTheSameConnection) {
     const Outcome second = FeedAll(parser, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nz", 100);
     EXPECT_EQ(second.status, 200);
     EXPECT_EQ(second.body, "z");
+}
+
+TEST(HttpResponseParser, ChunkedBodiesReadWholeWhereverTheStreamIsCut) {
+    // Two responses on one connection: chunks with an extension and a trailer, then a plain one.
+    const std::string first = "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 0-10/100\r\n"
+                              "Transfer-Encoding: chunked\r\nContent-Length: 3\r\n\r\n"
+                              "4;ext=1\r\nhell\r\n1\r\no\r\n6\nworld!\n0\r\nX-Sum: 1\r\n\r\n";
+    const std::string second = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+    const std::string stream = first + second;
+    for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+        HttpResponseParser parser;
+        std::string body;
+        std::vector<Step> steps;
+        std::string pending;
+        for (std::string_view piece :
+             {std::string_view(stream).substr(0, cut), std::string_view(stream).substr(cut)}) {
+            pending += piece;
+            std::string_view input = pending;
+            while (true) {
+                const auto result = parser.feed(input);
+                input.remove_prefix(result.consumed);
+                if (result.step == Step::NeedMore) {
+                    break;
+                }
+                steps.push_back(result.step);
+                ASSERT_NE(result.step, Step::Error) << cut << " " << Describe(parser.error());
+                if (result.step == Step::Body) {
+                    body += result.body;
+                } else if (result.step == Step::Done) {
+                    body += '|';
+                    parser.reset();
+                }
+            }
+            ASSERT_TRUE(input.empty()) << "NeedMore always takes everything";
+            pending.clear();
+        }
+        EXPECT_EQ(body, "helloworld!|ok|") << cut;
+    }
+}
+
+TEST(HttpResponseParser, AChunkedBodyCutShortIsTruncatedAndLeavesNoReuse) {
+    const std::string response =
+        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n";
+    HttpResponseParser parser;
+    const Outcome outcome = FeedAll(parser, response, 3);
+    EXPECT_EQ(outcome.body, "hello");
+    EXPECT_TRUE(parser.chunked());
+    EXPECT_TRUE(parser.bodyDelimited());
+    EXPECT_FALSE(parser.bodyRemaining());
+    EXPECT_EQ(parser.finish(), Step::Error);
+    EXPECT_EQ(parser.error(), HttpParseError::TruncatedBody);
 }
 
 TEST(HeaderValues, ContentRangeForms) {

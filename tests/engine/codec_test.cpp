@@ -154,8 +154,8 @@ QueryHit SampleHit() {
     hit.port = 6346;
     hit.ip = 0x7F000001;
     hit.speed = 1000;
-    hit.results.push_back({1, 1000, "alpha beta.mp3", kSha1});
-    hit.results.push_back({2, 5'000'000'000ull, "big film.avi", ""});
+    hit.results.push_back({1, 1000, "alpha beta.mp3", kSha1, "", {}});
+    hit.results.push_back({2, 5'000'000'000ull, "big film.avi", "", "", {}});
     hit.vendor = "CRVD";
     hit.flags.busy = true;
     hit.ggep.emplace();

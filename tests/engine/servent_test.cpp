@@ -44,6 +44,8 @@ public:
             dials.push_back(host);
             net->pending_dials_.push_back({index, host});
         }
+        void ConnectBack(const Endpoint& host) override { connect_backs.push_back(host); }
+        std::vector<Endpoint> connect_backs;
     };
 
     Station& AddServent(NodeMode mode, std::vector<std::string> files = {},
@@ -405,7 +407,7 @@ TEST_F(UltrapeerRouting, HitsGoBackTheirQuerysWayAndPushesFollowTheServent) {
     QueryHit hit;
     hit.port = 6346;
     hit.ip = 0x01020304;
-    hit.results.push_back({5, 100, "alpha two.ogg", ""});
+    hit.results.push_back({5, 100, "alpha two.ogg", "", "", {}});
     hit.flags.firewalled = true;
     hit.servent = Guid::Random(rng);
     net.RawSend(*b, b_id, Frame(guid, PayloadType::QueryHit, 5, 0, SerializeQueryHit(hit)));
@@ -587,6 +589,245 @@ TEST(Search, QueryReachesOnlyLeavesWhoseTablesMatch) {
     net.Run();
     ASSERT_EQ(asker.recorder.hits.size(), 1u);
     EXPECT_EQ(asker.recorder.hits[0].results[0].name, "alpha song.mp3");
+}
+
+} // namespace
+} // namespace corvid::gnutella
+
+namespace corvid::gnutella {
+namespace {
+
+// A raw leaf joined to an ultrapeer servent; it reads vendor messages when asked to say so.
+PeerId RawLeaf(SimNet& net, SimNet::Station& raw, SimNet::Station& servent) {
+    PeerId id = net.Link(raw, servent);
+    net.RawSend(raw, id,
+                "GNUTELLA CONNECT/0.6\r\nUser-Agent: Raw/1.0\r\nX-Ultrapeer: False\r\n"
+                "X-Query-Routing: 0.1\r\nVendor-Message: 0.1\r\n\r\n");
+    net.Run();
+    net.RawSend(raw, id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+    net.Run();
+    return id;
+}
+
+Bytes HitPayload(std::size_t results) {
+    QueryHit hit;
+    hit.port = 6346;
+    hit.ip = 0x0A000001;
+    hit.vendor = "RAW ";
+    for (std::size_t i = 0; i < results; ++i)
+        hit.results.push_back(
+            {static_cast<std::uint32_t>(i), 1000, "alpha " + std::to_string(i), "", "", {}});
+    hit.servent.bytes[0] = 0x77;
+    return SerializeQueryHit(hit);
+}
+
+// An ultrapeer with one leaf and six raw ultrapeer neighbours of degree 10 on a fake clock.
+class DynamicQuerying : public ::testing::Test {
+protected:
+    DynamicQuerying() {
+        up = &net.AddServent(NodeMode::UltraPeer, {}, [](ServentConfig& c) {
+            c.leaf_query_target = 50;
+            c.probe_links = 3;
+        });
+        for (int i = 0; i < 6; ++i) {
+            auto& raw = net.AddRaw();
+            ups.push_back({&raw, RawUltrapeer(net, raw, *up, "X-Degree: 10\r\n")});
+        }
+        leaf = &net.AddRaw();
+        leaf_id = RawLeaf(net, *leaf, *up);
+        headers = AsText(ups[0].first->inbox);
+        for (auto& [raw, id] : ups)
+            raw->inbox.clear();
+        leaf->inbox.clear();
+        guid.bytes[0] = 0x42;
+    }
+
+    // The queries each neighbour has been sent so far.
+    std::vector<std::vector<Message>> Queried() {
+        std::vector<std::vector<Message>> out;
+        for (auto& [raw, id] : ups)
+            out.push_back(OfType(Read(*raw, 0), PayloadType::Query));
+        return out;
+    }
+
+    void Answer(std::size_t neighbour, std::size_t results) {
+        auto [raw, id] = ups[neighbour];
+        net.RawSend(*raw, id, Frame(guid, PayloadType::QueryHit, 3, 0, HitPayload(results)));
+        net.Run();
+    }
+
+    void Later(std::chrono::milliseconds step) {
+        net.now += step;
+        up->servent->Tick();
+        net.Run();
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    std::vector<std::pair<SimNet::Station*, PeerId>> ups;
+    SimNet::Station* leaf = nullptr;
+    PeerId leaf_id = 0;
+    std::string headers;
+    Guid guid;
+};
+
+TEST_F(DynamicQuerying, ProbesThenWidensByTheHitCountsAndStopsAtItsTarget) {
+    // Real leaves want these before they take us as their ultrapeer.
+    EXPECT_NE(headers.find("X-Degree: 32"), std::string::npos) << headers;
+    EXPECT_NE(headers.find("X-Dynamic-Querying: 0.1"), std::string::npos);
+
+    net.RawSend(*leaf, leaf_id, Frame(guid, PayloadType::Query, 3, 0, QueryPayload("alpha")));
+    net.Run();
+    auto sent = Queried();
+    std::vector<std::size_t> probed;
+    for (std::size_t i = 0; i < sent.size(); ++i) {
+        if (sent[i].empty())
+            continue;
+        probed.push_back(i);
+        ASSERT_EQ(sent[i].size(), 1u);
+        EXPECT_EQ(sent[i][0].header.ttl, 1);
+        EXPECT_EQ(sent[i][0].header.hops, 1);
+    }
+    ASSERT_EQ(probed.size(), 3u) << "the probe goes over three links at TTL 1";
+
+    // Ten results from each probed host: common enough that two more hosts will do, which a
+    // link of degree 10 reaches at TTL 2.
+    for (auto i : probed)
+        Answer(i, 10);
+    EXPECT_EQ(OfType(Read(*leaf, 0), PayloadType::QueryHit).size(), 3u);
+    Later(std::chrono::milliseconds(1000));
+    EXPECT_EQ(up->servent->stats().dynamic_steps, 0u) << "the probe has its time";
+    Later(std::chrono::milliseconds(1500));
+    sent = Queried();
+    std::vector<std::size_t> widened;
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        if (!sent[i].empty() && std::find(probed.begin(), probed.end(), i) == probed.end())
+            widened.push_back(i);
+    ASSERT_EQ(widened.size(), 1u) << "one link at a time";
+    EXPECT_EQ(sent[widened[0]][0].header.ttl, 2);
+
+    // Twenty-five more: 55 reach the target of 50, and nothing more goes out however long.
+    Answer(widened[0], 25);
+    for (int i = 0; i < 10; ++i)
+        Later(std::chrono::seconds(5));
+    std::size_t reached = 0;
+    for (const auto& queries : Queried())
+        reached += !queries.empty();
+    EXPECT_EQ(reached, 4u);
+    EXPECT_EQ(up->servent->stats().dynamic_steps, 1u);
+}
+
+TEST_F(DynamicQuerying, WithoutResultsItGoesFarAndTheLeafCanStopIt) {
+    // The leaf says it answers query status requests.
+    net.RawSend(*leaf, leaf_id,
+                SerializeMessage(
+                    MakeVendorMessage(guid, VendorSelector::MessagesSupported, 0,
+                                      MessagesSupportedData({{"BEAR", 11, 1}, {"BEAR", 12, 1}}))));
+    net.RawSend(*leaf, leaf_id, Frame(guid, PayloadType::Query, 3, 0, QueryPayload("rare")));
+    net.Run();
+    leaf->inbox.clear();
+    Later(std::chrono::milliseconds(2500));
+    std::size_t deepest = 0;
+    for (const auto& queries : Queried())
+        for (const auto& q : queries)
+            deepest = std::max<std::size_t>(deepest, q.header.ttl);
+    EXPECT_EQ(deepest, 3u) << "nothing found yet: as far as allowed";
+
+    // Asked how it goes, the leaf says stop: the query ends where it is.
+    auto requests = OfType(Read(*leaf, 0), PayloadType::VendorMessage);
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].header.guid, guid);
+    auto request = ParseCommonVendorMessage(requests[0].payload);
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->selector, VendorSelector::QueryStatusRequest);
+    Bytes stop;
+    PutU16Le(stop, kQueryStatusStop);
+    net.RawSend(
+        *leaf, leaf_id,
+        SerializeMessage(MakeVendorMessage(guid, VendorSelector::QueryStatusResponse, 1, stop)));
+    net.Run();
+    for (int i = 0; i < 10; ++i)
+        Later(std::chrono::seconds(10));
+    EXPECT_EQ(up->servent->stats().dynamic_steps, 1u);
+}
+
+TEST(LeafVendorMessages, TheLeafListsWhatItReadsAndReportsItsResults) {
+    SimNet net;
+    auto& leaf = net.AddServent(NodeMode::LeafPeer);
+    auto& raw = net.AddRaw();
+    // Leaves dial; this ultrapeer says it reads vendor messages.
+    PeerId id = net.Link(leaf, raw);
+    net.Run();
+    net.RawSend(raw, id,
+                "GNUTELLA/0.6 200 OK\r\nUser-Agent: Raw/1.0\r\nX-Ultrapeer: True\r\n"
+                "X-Query-Routing: 0.1\r\nVendor-Message: 0.1\r\n\r\n");
+    net.Run();
+    ASSERT_EQ(OpenPeers(*leaf.servent, PeerKind::Ultrapeer).size(), 1u);
+    // A link that says Vendor-Message hears which ones we read.
+    auto supported = OfType(Read(raw, 2), PayloadType::VendorMessage);
+    ASSERT_FALSE(supported.empty());
+    auto listed = ParseCommonVendorMessage(supported[0].payload);
+    ASSERT_TRUE(listed);
+    EXPECT_EQ(listed->selector, VendorSelector::MessagesSupported);
+    auto kinds = ParseMessagesSupported(listed->data);
+    ASSERT_TRUE(kinds);
+    EXPECT_EQ(*kinds, OwnSupportedMessages());
+    raw.inbox.clear();
+
+    Guid search = leaf.servent->StartSearch("alpha");
+    net.RawSend(raw, id, Frame(search, PayloadType::QueryHit, 3, 0, HitPayload(5)));
+    auto ask = [&] {
+        raw.inbox.clear();
+        net.RawSend(
+            raw, id,
+            SerializeMessage(MakeVendorMessage(search, VendorSelector::QueryStatusRequest, 1, {})));
+        net.Run();
+        auto answers = OfType(Read(raw, 0), PayloadType::VendorMessage);
+        EXPECT_EQ(answers.size(), 1u);
+        if (answers.empty())
+            return -1;
+        auto answer = ParseCommonVendorMessage(answers[0].payload);
+        EXPECT_EQ(answer->selector, VendorSelector::QueryStatusResponse);
+        EXPECT_EQ(answers[0].header.guid, search);
+        return answer->data[0] | (answer->data[1] << 8);
+    };
+    EXPECT_EQ(ask(), 5);
+    leaf.servent->StopSearch(search);
+    EXPECT_EQ(ask(), 0xFFFF);
+}
+
+TEST(UltrapeerVendorMessages, HopsFlowAndConnectBackAreHonoured) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer);
+    auto& asker = net.AddRaw();
+    PeerId asker_id = RawUltrapeer(net, asker, up);
+    auto& leaf = net.AddRaw();
+    PeerId leaf_id = RawLeaf(net, leaf, up);
+    // The leaf's table has every word; then it asks for no queries at all.
+    QueryRouteTable table;
+    table.Add("alpha");
+    for (auto& payload : BuildQrpUpdate(table))
+        net.RawSend(leaf, leaf_id, Frame(Guid{}, PayloadType::RouteTable, 1, 0, payload));
+    net.RawSend(leaf, leaf_id,
+                SerializeMessage(MakeVendorMessage(Guid{}, VendorSelector::HopsFlow, 1, Bytes{0})));
+    net.Run();
+    leaf.inbox.clear();
+    Guid q;
+    q.bytes[1] = 1;
+    net.RawSend(asker, asker_id, Frame(q, PayloadType::Query, 2, 0, QueryPayload("alpha")));
+    net.Run();
+    EXPECT_TRUE(OfType(Read(leaf, 0), PayloadType::Query).empty());
+
+    // Connect-back goes to the asking link's own address, once.
+    Bytes port;
+    PutU16Le(port, 5555);
+    for (int i = 0; i < 3; ++i)
+        net.RawSend(
+            leaf, leaf_id,
+            SerializeMessage(MakeVendorMessage(Guid{}, VendorSelector::TcpConnectBack, 1, port)));
+    net.Run();
+    ASSERT_EQ(up.connect_backs.size(), 1u);
+    EXPECT_EQ(up.connect_backs[0], (Endpoint{leaf.address.ip, 5555}));
 }
 
 } // namespace

@@ -62,8 +62,8 @@ TEST(NetworkSettings, ReadsTheNetWorkSectionWithDefaultsAndClamps) {
     EXPECT_EQ(defaults.port, 6346);
     EXPECT_EQ(defaults.node_mode, NodeMode::Automatic);
     EXPECT_EQ(defaults.peer_max_count, 3);
-    EXPECT_EQ(defaults.ultrapeer_max_count, 6);
-    EXPECT_EQ(defaults.ultrapeer_min_count, 2);
+    EXPECT_EQ(defaults.ultrapeer_max_count, 32);
+    EXPECT_EQ(defaults.ultrapeer_min_count, 32);
     EXPECT_EQ(defaults.leaf_peer_max_count, 100);
 
     auto s = ParseNetworkIni(

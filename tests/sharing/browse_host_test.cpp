@@ -94,6 +94,81 @@ TEST(BrowseHost, TheReaderTakesPlainAndDeflatedAnswersInAnyPieces) {
     }
 }
 
+// Cuts a body into chunks of the given sizes in turn, with an extension on one of them and a
+// trailer at the end, as an HTTP/1.1 server may.
+std::string Chunked(const std::string& body, std::initializer_list<std::size_t> sizes) {
+    std::string out;
+    std::size_t at = 0;
+    for (std::size_t turn = 0; at < body.size(); ++turn) {
+        const std::size_t size = std::min(body.size() - at, *(sizes.begin() + turn % sizes.size()));
+        char line[32];
+        std::snprintf(line, sizeof line, turn == 1 ? "%zX;name=value\r\n" : "%zx\r\n", size);
+        out += line;
+        out += body.substr(at, size);
+        out += "\r\n";
+        at += size;
+    }
+    return out + "0\r\nX-Trailer: yes\r\n\r\n";
+}
+
+TEST(BrowseHost, AChunkedDeflatedAnswerReadsWholeWhereverTheReadsAreCut) {
+    const auto files = ManyFiles(40);
+    const Bytes stream = BrowseHitStream(files, Identity());
+    const std::string answer =
+        "HTTP/1.1 200 OK\r\nContent-Type: application/x-gnutella-packets\r\n"
+        "Content-Encoding: deflate\r\nTransfer-Encoding: chunked\r\n\r\n" +
+        Chunked(Deflate(std::string(stream.begin(), stream.end())), {1, 300, 17, 4096});
+    const Bytes bytes = ToBytes(answer);
+    for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+        BrowseReader reader;
+        ASSERT_TRUE(reader.Feed(ByteView(bytes).first(cut))) << cut << " " << reader.error();
+        // Cut short, the answer is not whole, whatever arrived.
+        if (cut < bytes.size()) {
+            EXPECT_FALSE(reader.Complete()) << cut;
+        }
+        ASSERT_TRUE(reader.Feed(ByteView(bytes).subspan(cut))) << cut << " " << reader.error();
+        ASSERT_EQ(reader.state(), BrowseReader::State::Done) << cut;
+        ASSERT_EQ(Indexes(reader.hits()).size(), files.size()) << cut;
+    }
+
+    // Plain inside the chunks too, and whatever follows the last chunk is not part of it.
+    const std::string plain = "HTTP/1.1 200 OK\r\nContent-Type: application/x-gnutella-packets\r\n"
+                              "transfer-encoding: CHUNKED\r\n\r\n" +
+                              Chunked(std::string(stream.begin(), stream.end()), {999}) +
+                              "HTTP/1.1 200 OK";
+    BrowseReader reader;
+    ASSERT_TRUE(reader.Feed(ToBytes(plain))) << reader.error();
+    EXPECT_EQ(reader.state(), BrowseReader::State::Done);
+    EXPECT_EQ(Indexes(reader.hits()).size(), files.size());
+}
+
+TEST(BrowseHost, MalformedChunksEndTheReadingWithAClearError) {
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/x-gnutella-packets\r\n"
+                             "Transfer-Encoding: chunked\r\n\r\n";
+    const std::string broken[] = {
+        head + "zz\r\n",                         // not a size
+        head + "\r\n",                           // no size at all
+        head + "3\r\nabcdef\r\n",                // longer than its size
+        head + "1000000000000000\r\n",           // beyond any sane size
+        head + "3\rabc",                         // a CR alone
+        head + "5;" + std::string(2000, 'e'),    // an endless extension
+        head + "0\r\n" + std::string(9000, 't'), // an endless trailer
+    };
+    for (const std::string& answer : broken) {
+        BrowseReader reader;
+        EXPECT_FALSE(reader.Feed(ToBytes(answer))) << answer.substr(head.size(), 20);
+        EXPECT_NE(reader.error().find("chunk"), std::string::npos) << reader.error();
+    }
+    BrowseReader gzip;
+    EXPECT_FALSE(gzip.Feed(ToBytes("HTTP/1.1 200 OK\r\nContent-Type: application/x-gnutella-packets"
+                                   "\r\nTransfer-Encoding: gzip, chunked\r\n\r\n")));
+    // A chunked answer whose last chunk ends in the middle of a message is not whole.
+    const Bytes stream = BrowseHitStream(ManyFiles(3), Identity());
+    BrowseReader cut;
+    EXPECT_FALSE(
+        cut.Feed(ToBytes(head + Chunked(std::string(stream.begin(), stream.end() - 5), {100}))));
+}
+
 TEST(BrowseHost, TheReaderRefusesWhatIsNotAHitStream) {
     const std::string refusals[] = {
         "HTTP/1.1 406 Not Acceptable\r\nContent-Length: 0\r\n\r\n",

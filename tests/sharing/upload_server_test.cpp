@@ -113,6 +113,35 @@ TEST_F(UploadServerTest, SeveralRangesTravelOverOneKeptAliveConnection) {
     EXPECT_TRUE(client.Closed());
 }
 
+TEST_F(UploadServerTest, RequestBodiesInChunksOrByLengthAreReadPastOnAKeptAliveConnection) {
+    HttpClient client(clientIo_, endpoint_);
+    // The chunked body holds what would read as a request of its own, were it not skipped.
+    client.Send("GET /get/2/small.txt HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"
+                "1c;x=y\r\nGET /../secret HTTP/1.1\r\n\r\n\r\n0\r\nTrailer: t\r\n\r\n"
+                "GET /get/2/small.txt HTTP/1.1\r\nContent-Length: 5\r\nRange: bytes=0-4\r\n\r\n"
+                "GET /"
+                "GET " +
+                N2R("small file") + " HTTP/1.1\r\nConnection: close\r\n\r\n");
+    for (const char* expected : {"small file", "small", "small file"}) {
+        const std::string head = client.ReadHead();
+        EXPECT_LT(HttpClient::Status(head), 300) << head;
+        EXPECT_EQ(client.ReadBody(HttpClient::ContentLength(head)), expected);
+    }
+    EXPECT_TRUE(client.Closed());
+
+    // A broken chunk or a coding we cannot read is refused, and the connection ends.
+    for (const char* request :
+         {"GET /get/2/small.txt HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n",
+          "GET /get/2/small.txt HTTP/1.1\r\nTransfer-Encoding: gzip\r\n\r\n",
+          "GET /get/2/small.txt HTTP/1.1\r\nContent-Length: 99999999\r\n\r\n"}) {
+        HttpClient refused(clientIo_, endpoint_);
+        refused.Send(request);
+        EXPECT_EQ(HttpClient::Status(refused.ReadHead()), 400) << request;
+        refused.ReadToEnd();
+        EXPECT_TRUE(refused.Closed());
+    }
+}
+
 TEST_F(UploadServerTest, ABusyServerAnswers503UntilItsSlotIsFreedByStoppingTheUpload) {
     server_.SetSpeedLimit(4096); // keeps the first upload running while the test looks at it
     HttpClient first(clientIo_, endpoint_);

@@ -8,9 +8,9 @@ const char* const kUsage =
     "usage: corvid-node --listen IP[:PORT] [--ultrapeer|--leaf] [--connect HOST:PORT]...\n"
     "                   [--share-list FILE] [--share DIR] [--network-ini FILE] [--host-cache "
     "FILE]\n"
-    "                   [--port-file FILE] [--status-file FILE]\n"
+    "                   [--port-file FILE] [--status-file FILE] [--firewalled] [--caches FILE]\n"
     "       corvid-node search --connect HOST:PORT... [--timeout SECONDS] [--enough N]\n"
-    "                   [--sha1 BASE32] [KEYWORD]...\n"
+    "                   [--sha1 BASE32] [--download DIR] [KEYWORD]...\n"
     "       corvid-node browse HOST:PORT [--timeout SECONDS]\n"
     "       corvid-node get (MAGNET | SHA1 --source HOST:PORT...) [--out DIR]\n"
     "                   [--search-network HOST:PORT] [--timeout SECONDS]\n"
@@ -88,7 +88,8 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
         } else if (arg == "--leaf") {
             a.mode = gnutella::NodeMode::LeafPeer;
         } else if (arg == "--share-list" || arg == "--network-ini" || arg == "--host-cache" ||
-                   arg == "--port-file" || arg == "--status-file" || arg == "--out") {
+                   arg == "--port-file" || arg == "--status-file" || arg == "--out" ||
+                   arg == "--caches") {
             auto v = value(arg);
             if (!v)
                 return std::nullopt;
@@ -97,7 +98,15 @@ std::optional<Arguments> ParseArguments(const std::vector<std::string>& args, st
              : arg == "--host-cache"  ? a.host_cache
              : arg == "--port-file"   ? a.port_file
              : arg == "--status-file" ? a.status_file
+             : arg == "--caches"      ? a.cache_list
                                       : a.out_dir) = *v;
+        } else if (arg == "--firewalled") {
+            a.firewalled = true;
+        } else if (arg == "--download" && a.search) {
+            auto v = value(arg);
+            if (!v)
+                return std::nullopt;
+            a.download_dir = *v;
         } else if (arg == "--share") {
             auto v = value(arg);
             if (!v)

@@ -38,6 +38,9 @@ struct Arguments {
     std::string out_dir = ".";
 
     int TimeoutOr(int fallback) const { return timeout_seconds.value_or(fallback); }
+    bool firewalled = false;  // hits say "push me": others reach our files only through a Push
+    std::string download_dir; // search: fetch the first result found into this folder
+    std::string cache_list;   // caches to ask when no host is known (none unless given)
 };
 
 // Nothing, with *error set, when the command line does not make sense.

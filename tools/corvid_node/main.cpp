@@ -5,10 +5,12 @@
 #include <iostream>
 #include <sstream>
 
+#include "download/core/download_runner.h"
 #include "engine/core/node.h"
 #include "engine/sharing/browse_host.h"
 #include "engine/sharing/library_share_index.h"
 #include "engine/sharing/push_giv.h"
+#include "engine/sharing/push_relay.h"
 #include "engine/sharing/upload_server.h"
 #include "tools/corvid_node/arguments.h"
 #include "tools/corvid_node/get_command.h"
@@ -89,10 +91,12 @@ public:
         for (const auto& r : hit.results)
             std::cout << "hit\t" << FormatIp(hit.ip) << "\t" << hit.port << "\t" << r.index << "\t"
                       << r.size << "\t" << r.name << "\t" << (r.sha1.empty() ? "-" : r.sha1)
-                      << std::endl;
+                      << (hit.flags.firewalled ? "\tpush" : "") << std::endl;
         results += hit.results.size();
         if (on_results)
             on_results(results);
+        if (on_hit)
+            on_hit(hit);
     }
     void OnPushRequest(const Push& push) override {
         std::cout << "push " << push.file_index << " to " << Endpoint{push.ip, push.port}.ToString()
@@ -106,6 +110,7 @@ public:
     std::function<void()> on_change;
     std::function<void(std::size_t)> on_results;
     std::function<void(const Push&)> on_push;
+    std::function<void(const QueryHit&)> on_hit;
 };
 
 void PrintHit(const QueryHit& hit) {
@@ -160,7 +165,16 @@ int Run(const Arguments& args) {
     options.bind_address = asio::ip::address_v4(args.listen.ip);
     options.port = args.listen.port;
     options.host_cache_file = args.host_cache;
+    if (!args.cache_list.empty()) {
+        auto text = ReadFile(args.cache_list);
+        if (!text) {
+            std::cerr << "corvid-node: cannot read " << args.cache_list << "\n";
+            return 2;
+        }
+        options.caches = ParseCacheList(*text);
+    }
     options.servent.allow_private_addresses = !args.listen.IsRoutable();
+    options.servent.firewalled = args.firewalled;
 
     InMemoryFileIndex index;
     if (!args.share_list.empty()) {
@@ -192,20 +206,28 @@ int Run(const Arguments& args) {
     UploadRegistry uploads;
     UploadServer server(io, files, uploads);
     GivWaiters givs(io);
-    if (!args.share_dir.empty()) {
+    if (!args.share_dir.empty())
         server.SetBrowseSource([&] {
-            const Bytes stream = BrowseHitStream(
-                files.Files(), {node.endpoint(), node.servent().servent_guid(), 1000, false});
+            const Bytes stream =
+                BrowseHitStream(files.Files(), {node.endpoint(), node.servent().servent_guid(),
+                                                1000, args.firewalled});
             return std::string(stream.begin(), stream.end());
         });
-        node.SetForeignConnectionHandler([&](asio::ip::tcp::socket socket, Bytes first) {
-            std::string bytes(first.begin(), first.end());
-            if (bytes.starts_with("GIV"))
-                givs.Offer(std::move(socket), std::move(bytes));
-            else
-                server.Adopt(std::move(socket), std::move(bytes));
-        });
-    }
+    node.SetForeignConnectionHandler([&](asio::ip::tcp::socket socket, Bytes first) {
+        std::string bytes(first.begin(), first.end());
+        if (bytes.starts_with("GIV"))
+            givs.Offer(std::move(socket), std::move(bytes));
+        else if (!args.share_dir.empty())
+            server.Adopt(std::move(socket), std::move(bytes));
+    });
+    // Files of firewalled hosts are fetched through a Push the relay asks for.
+    PushRelay relay(io, givs, [&](const PushRelayTarget& target) {
+        bool routed = node.servent().SendPush(target.servent, target.index);
+        SendPushThroughProxies(io, target, node.endpoint());
+        return routed || !target.proxies.empty();
+    });
+    if (!args.download_dir.empty())
+        relay.Listen();
     if (auto ec = node.Start()) {
         std::cerr << "corvid-node: cannot listen on " << args.listen.ToString() << ": "
                   << ec.message() << "\n";
@@ -243,6 +265,41 @@ int Run(const Arguments& args) {
     });
 
     asio::steady_timer deadline(io);
+    int status = 0;
+    std::unique_ptr<corvid::download::DownloadRunner> download;
+    if (!args.download_dir.empty()) {
+        status = 1; // until a file has come and hashed right
+        printer.on_hit = [&](const QueryHit& hit) {
+            if (download || hit.results.empty() || hit.results[0].sha1.empty())
+                return;
+            const HitResult& result = hit.results[0];
+            const std::string n2r = "/uri-res/N2R?urn:sha1:" + result.sha1;
+            const std::string url =
+                hit.flags.firewalled ? relay.Url({hit.servent, result.index, hit.push_proxies, n2r})
+                                     : "http://" + hit.endpoint().ToString() + n2r;
+            const std::string path = args.download_dir + "/" + result.sha1;
+            std::cout << "download " << url << std::endl;
+            download = std::make_unique<corvid::download::DownloadRunner>(
+                path, corvid::download::DownloadOptions{});
+            download->addSource(url);
+            auto succeeded = std::make_shared<bool>(false);
+            download->start([&, succeeded, path,
+                             sha1 = result.sha1](const corvid::download::DownloadEvent& event) {
+                if (event.code == corvid::download::EventCode::Succeeded)
+                    *succeeded = true;
+                if (event.code != corvid::download::EventCode::Stopped)
+                    return;
+                asio::post(io, [&, ok = *succeeded, path, sha1] {
+                    std::cout << (ok ? "downloaded " : "download failed ") << path << " " << sha1
+                              << std::endl;
+                    status = ok ? 0 : 1;
+                    node.Stop();
+                    relay.Close();
+                    io.stop();
+                });
+            });
+        };
+    }
     bool searched = false;
     std::string text;
     for (const auto& word : args.keywords)
@@ -263,6 +320,8 @@ int Run(const Arguments& args) {
             deadline.expires_after(std::chrono::seconds(args.TimeoutOr(5)));
             deadline.async_wait([&](const asio::error_code& ec) {
                 if (!ec) {
+                    if (download)
+                        std::cerr << "corvid-node: the download did not end in time\n";
                     node.Stop();
                     io.stop();
                 }
@@ -279,7 +338,9 @@ int Run(const Arguments& args) {
         });
     }
     io.run();
-    return args.search && !searched ? 1 : 0;
+    if (download)
+        download->finish(corvid::download::DownloadRunner::Finish::Close);
+    return args.search && !searched ? 1 : status;
 }
 
 } // namespace

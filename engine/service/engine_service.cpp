@@ -1,0 +1,436 @@
+#include "engine/service/engine_service.h"
+
+#include "engine/sharing/browse_host.h"
+#include "engine/sharing/engine_text_sources.h"
+#include "engine/sharing/engine_texts.h"
+#include "engine/sharing/library_share_index.h"
+#include "engine/sharing/push_giv.h"
+#include "engine/sharing/upload_server.h"
+
+#include <charconv>
+#include <cstdio>
+#include <future>
+#include <map>
+#include <random>
+#include <thread>
+
+namespace corvid::engine {
+
+using namespace gnutella;
+
+namespace {
+
+constexpr auto kAnswerTimeout = std::chrono::seconds(10);
+constexpr auto kLimitPoll = std::chrono::seconds(1);
+// Long enough for the Byes to leave, short enough that Disconnect does not keep the user waiting.
+constexpr auto kByeGrace = std::chrono::milliseconds(150);
+
+std::uint64_t RandomSeed() {
+    std::random_device random;
+    return (std::uint64_t{random()} << 32) | random();
+}
+
+} // namespace
+
+std::optional<Endpoint> ParseUserAddress(std::string_view text) {
+    text = TrimSpaces(text);
+    constexpr std::string_view kScheme = "http://";
+    if (text.size() >= kScheme.size() && EqualsIgnoreCase(text.substr(0, kScheme.size()), kScheme))
+        text.remove_prefix(kScheme.size());
+    if (auto slash = text.find('/'); slash != std::string_view::npos)
+        text = text.substr(0, slash);
+    // The user names a host and its port; a bare address would silently mean 6346.
+    if (text.find(':') == std::string_view::npos)
+        return std::nullopt;
+    auto host = ParseEndpoint(text);
+    if (!host || !host->IsValid())
+        return std::nullopt;
+    return host;
+}
+
+std::string FormatTraffic(std::uint64_t bytes) {
+    if (bytes < 1024)
+        return std::to_string(bytes) + " B";
+    static const char* const kUnits[] = {"KB", "MB", "GB", "TB"};
+    double value = static_cast<double>(bytes) / 1024;
+    int unit = 0;
+    while (value >= 1024 && unit < 3) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
+    return text;
+}
+
+EngineIni ParseEngineIni(std::string_view text) {
+    EngineIni ini;
+    ini.network = ParseNetworkIni(text);
+    bool in_section = false;
+    while (!text.empty()) {
+        auto nl = text.find('\n');
+        auto line = TrimSpaces(text.substr(0, nl));
+        text = nl == std::string_view::npos ? std::string_view{} : text.substr(nl + 1);
+        if (line.empty() || line.front() == ';')
+            continue;
+        if (line.front() == '[') {
+            auto close = line.find(']');
+            in_section = close != std::string_view::npos &&
+                         EqualsIgnoreCase(TrimSpaces(line.substr(1, close - 1)), "NetWork");
+            continue;
+        }
+        auto eq = line.find('=');
+        if (!in_section || eq == std::string_view::npos)
+            continue;
+        auto key = TrimSpaces(line.substr(0, eq));
+        auto value = TrimSpaces(line.substr(eq + 1));
+        if (EqualsIgnoreCase(key, "BehindFirewall")) {
+            int flag = 0;
+            auto [end, ec] = std::from_chars(value.data(), value.data() + value.size(), flag);
+            if (ec == std::errc() && end != value.data())
+                ini.behind_firewall = flag != 0;
+        } else if (EqualsIgnoreCase(key, "Hosts")) {
+            // A hand-edited list: what does not parse is skipped, and a long list is cut short.
+            while (!value.empty() && ini.hosts.size() < 32) {
+                auto comma = value.find(',');
+                if (auto host = ParseUserAddress(value.substr(0, comma)))
+                    ini.hosts.push_back(*host);
+                value =
+                    comma == std::string_view::npos ? std::string_view{} : value.substr(comma + 1);
+            }
+        }
+    }
+    return ini;
+}
+
+struct EngineService::Running : ServentObserver {
+    struct Query {
+        std::uint32_t search;
+        std::string keyword;
+        std::string type;
+    };
+
+    Running(EngineService& owner, EngineOptions opts)
+        : options(std::move(opts)), files(owner.files_), listener(owner.listener_),
+          uploads(owner.uploads_), share(owner.files_), work(asio::make_work_guard(io)),
+          limit_timer(io), started(std::chrono::steady_clock::now()) {}
+
+    std::uint32_t Tick() const { return options.tick ? options.tick() : 0; }
+
+    void OnSearchHit(const Guid& guid, const QueryHit& hit) override {
+        auto found = queries.find(guid);
+        if (found == queries.end())
+            return;
+        const Query& query = found->second;
+        listener.OnSearchResult(
+            query.search,
+            SearchResultText(ResultHostOf(hit, query.keyword, query.type), ResultFilesOf(hit)));
+    }
+    void OnPushRequest(const Push& push) override {
+        AnswerPush(io, push, node->servent().servent_guid(), files, *server);
+    }
+    void OnPeerOpened(const PeerInfo& peer) override {
+        handshake_ticks[peer.id] = Tick();
+        // Counted from a fresh handler: the servent is in the middle of its own bookkeeping.
+        asio::post(io, [this] { Recount(); });
+    }
+    void OnPeerClosed(PeerId peer) override {
+        handshake_ticks.erase(peer);
+        asio::post(io, [this] { Recount(); });
+    }
+
+    void Recount() {
+        int open = 0;
+        for (const auto& peer : node->servent().Peers())
+            if (peer.kind != PeerKind::Handshaking)
+                ++open;
+        if (open != node_count.exchange(open))
+            listener.OnNodeCount(open);
+    }
+
+    void PollUploadLimit() {
+        const std::uint64_t limit = options.upload_limit ? options.upload_limit() : 0;
+        if (limit != applied_limit) {
+            applied_limit = limit;
+            server->SetSpeedLimit(limit);
+        }
+        limit_timer.expires_after(kLimitPoll);
+        limit_timer.async_wait([this](const asio::error_code& ec) {
+            if (!ec)
+                PollUploadLimit();
+        });
+    }
+
+    EngineOptions options;
+    library::FileIndex& files;
+    EngineListener& listener;
+    UploadRegistry& uploads;
+    LibraryShareIndex share;
+    // Declared before everything that holds handlers on it, so it is destroyed after them.
+    asio::io_context io;
+    asio::executor_work_guard<asio::io_context::executor_type> work;
+    std::unique_ptr<Node> node;
+    std::unique_ptr<UploadServer> server;
+    asio::steady_timer limit_timer;
+    std::uint64_t applied_limit = ~std::uint64_t{0};
+    std::map<Guid, Query> queries;
+    std::map<std::uint32_t, int> browses; // search id -> its running browse's round
+    int browse_rounds = 0;
+    std::map<PeerId, std::uint32_t> handshake_ticks;
+    std::atomic<int> node_count{0};
+    std::atomic<std::uint16_t> port{0};
+    std::chrono::steady_clock::time_point started;
+    std::thread thread;
+};
+
+EngineService::EngineService(library::FileIndex& files, EngineListener& listener)
+    : files_(files), listener_(listener) {}
+
+EngineService::~EngineService() {
+    Stop();
+}
+
+std::error_code EngineService::Start(EngineOptions options) {
+    Stop();
+    auto run = std::make_unique<Running>(*this, std::move(options));
+    NodeOptions node_options;
+    node_options.servent.network = run->options.network;
+    node_options.servent.firewalled = run->options.behind_firewall;
+    node_options.servent.allow_private_addresses = run->options.allow_private_addresses;
+    node_options.servent.user_agent = run->options.user_agent;
+    node_options.servent.advertise_browse_host = true;
+    node_options.bind_address = asio::ip::address_v4::any();
+    node_options.port = run->options.network.port;
+    node_options.host_cache_file = run->options.host_cache_file;
+    run->node = std::make_unique<Node>(run->io, node_options, run->share, RandomSeed());
+    std::error_code error = run->node->Start();
+    bool port_taken = false;
+    if (error) {
+        // Someone else has the port: any free one serves better than none.
+        port_taken = true;
+        node_options.port = 0;
+        run->node = std::make_unique<Node>(run->io, node_options, run->share, RandomSeed());
+        error = run->node->Start();
+        if (error)
+            return error;
+    }
+    run->port = run->node->port();
+
+    Running* r = run.get();
+    run->server = std::make_unique<UploadServer>(run->io, files_, uploads_);
+    run->server->SetBrowseSource([r] {
+        const Bytes stream = BrowseHitStream(r->files.Files(), {r->node->servent().listen(),
+                                                                r->node->servent().servent_guid(),
+                                                                1000, r->options.behind_firewall});
+        return std::string(stream.begin(), stream.end());
+    });
+    run->node->SetForeignConnectionHandler([r](asio::ip::tcp::socket socket, Bytes first) {
+        std::string bytes(first.begin(), first.end());
+        // The engine downloads nothing itself, so nobody here waits for a GIV.
+        if (!bytes.starts_with("GIV"))
+            r->server->Adopt(std::move(socket), std::move(bytes));
+    });
+    run->node->servent().SetObserver(r);
+    run->PollUploadLimit();
+
+    if (port_taken) {
+        listener_.OnStatus("Port " + std::to_string(run->options.network.port) +
+                               " is in use; listening on port " + std::to_string(run->port),
+                           kStatusPortTaken);
+    } else {
+        listener_.OnStatus("Listening on port " + std::to_string(run->port), kStatusListening);
+    }
+    for (const auto& host : run->options.bootstrap) {
+        listener_.OnStatus("Connecting to " + host.ToString(), kStatusDialling);
+        run->node->servent().ConnectTo(host);
+    }
+    run->thread = std::thread([r] { r->io.run(); });
+    running_ = std::move(run);
+    return {};
+}
+
+void EngineService::Stop() {
+    if (!running_)
+        return;
+    Running* r = running_.get();
+    asio::post(r->io, [r] {
+        r->node->Stop();
+        r->server->Close();
+        r->limit_timer.cancel();
+        r->queries.clear();
+        r->browses.clear();
+        auto grace = std::make_shared<asio::steady_timer>(r->io, kByeGrace);
+        grace->async_wait([r, grace](const asio::error_code&) { r->io.stop(); });
+    });
+    r->thread.join();
+    running_.reset();
+}
+
+template <typename Result, typename Work> Result EngineService::Ask(Result fallback, Work work) {
+    if (!running_)
+        return fallback;
+    auto promise = std::make_shared<std::promise<Result>>();
+    auto answer = promise->get_future();
+    Running* r = running_.get();
+    asio::post(r->io, [r, promise, work = std::move(work)]() mutable {
+        try {
+            promise->set_value(work(*r));
+        } catch (...) {
+            promise->set_exception(std::current_exception());
+        }
+    });
+    if (answer.wait_for(kAnswerTimeout) != std::future_status::ready)
+        return fallback;
+    return answer.get();
+}
+
+int EngineService::NodeCount() const {
+    return running_ ? running_->node_count.load() : 0;
+}
+
+std::uint16_t EngineService::port() const {
+    return running_ ? running_->port.load() : 0;
+}
+
+std::string EngineService::HostsText() {
+    return Ask<std::string>(HostInfoText({}), [](Running& r) {
+        const std::uint32_t tick_now = r.Tick();
+        const auto now = std::chrono::steady_clock::now();
+        std::vector<HostRecord> records;
+        for (const auto& peer : r.node->servent().Peers()) {
+            if (peer.kind == PeerKind::Handshaking)
+                continue;
+            auto opened = r.handshake_ticks.find(peer.id);
+            const std::uint32_t handshake =
+                opened == r.handshake_ticks.end() ? tick_now : opened->second;
+            std::uint32_t update = handshake;
+            HostRecord record = HostRecordOf(peer, handshake, update);
+            if (auto traffic = r.node->traffic(peer.id)) {
+                record.in = FormatTraffic(traffic->bytes_in);
+                record.out = FormatTraffic(traffic->bytes_out);
+                if (traffic->last_activity != std::chrono::steady_clock::time_point{}) {
+                    auto idle = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        now - traffic->last_activity);
+                    record.updateTick = tick_now - static_cast<std::uint32_t>(idle.count());
+                }
+            }
+            records.push_back(std::move(record));
+        }
+        return HostInfoText(records);
+    });
+}
+
+std::string EngineService::InfoText() {
+    if (!running_) {
+        NetworkSummary offline;
+        offline.mode = "Offline";
+        offline.sharedFiles = files_.FileCount();
+        offline.sharedKilobytes = files_.TotalBytes() / 1024;
+        return NetworkInfoText(offline);
+    }
+    return Ask<std::string>(std::string(), [](Running& r) {
+        NetworkSummary summary;
+        Servent& servent = r.node->servent();
+        summary.mode = servent.IsUltrapeer() ? "Ultrapeer" : "Leaf";
+        Endpoint listen = servent.listen();
+        summary.address = listen.ToString();
+        summary.firewalled = r.options.behind_firewall;
+        for (const auto& peer : servent.Peers()) {
+            if (peer.kind == PeerKind::Ultrapeer)
+                ++summary.ultrapeers;
+            else if (peer.kind == PeerKind::Leaf)
+                ++summary.leaves;
+        }
+        summary.sharedFiles = r.files.FileCount();
+        summary.sharedKilobytes = r.files.TotalBytes() / 1024;
+        summary.uploads = static_cast<std::uint32_t>(r.uploads.Count());
+        summary.uptimeSeconds =
+            static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(
+                                           std::chrono::steady_clock::now() - r.started)
+                                           .count());
+        summary.userAgent = r.options.user_agent;
+        return NetworkInfoText(summary);
+    });
+}
+
+bool EngineService::ConnectNode(const Endpoint& host) {
+    if (!running_)
+        return false;
+    Running* r = running_.get();
+    asio::post(r->io, [r, host] {
+        r->listener.OnStatus("Connecting to " + host.ToString(), kStatusDialling);
+        r->node->servent().ConnectTo(host);
+    });
+    return true;
+}
+
+bool EngineService::DisconnectNode(PeerId id) {
+    return Ask<bool>(false, [id](Running& r) {
+        for (const auto& peer : r.node->servent().Peers()) {
+            if (peer.id == id) {
+                r.node->servent().Disconnect(id);
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+bool EngineService::StartSearch(std::uint32_t search, std::string keywords, std::string type,
+                                std::vector<std::string> sha1s) {
+    if (!running_)
+        return false;
+    Running* r = running_.get();
+    asio::post(r->io, [r, search, keywords = std::move(keywords), type = std::move(type),
+                       sha1s = std::move(sha1s)]() mutable {
+        const std::string shown = sha1s.empty() ? keywords : "urn:sha1:" + sha1s.front();
+        Guid guid = r->node->servent().StartSearch(std::move(keywords), std::move(sha1s));
+        r->queries[guid] = {search, shown, std::move(type)};
+    });
+    return true;
+}
+
+bool EngineService::Browse(std::uint32_t search, const Endpoint& host) {
+    if (!running_)
+        return false;
+    Running* r = running_.get();
+    asio::post(r->io, [r, search, host] {
+        const int round = ++r->browse_rounds;
+        r->browses[search] = round;
+        BrowseClient::Start(
+            r->io, host,
+            [r, search, host, round](const std::vector<QueryHit>& hits, const std::string& error) {
+                auto active = r->browses.find(search);
+                if (active == r->browses.end() || active->second != round)
+                    return;
+                for (const auto& hit : hits) {
+                    r->listener.OnSearchResult(
+                        search, SearchResultText(ResultHostOf(hit, host.ToString(), "BrowseHost"),
+                                                 ResultFilesOf(hit)));
+                }
+                if (!error.empty() && hits.empty()) {
+                    r->listener.OnStatus("Browsing " + host.ToString() + " failed: " + error,
+                                         kStatusBrowseFailed);
+                }
+            });
+    });
+    return true;
+}
+
+void EngineService::StopSearch(std::uint32_t search) {
+    if (!running_)
+        return;
+    Running* r = running_.get();
+    asio::post(r->io, [r, search] {
+        std::erase_if(r->queries,
+                      [search](const auto& entry) { return entry.second.search == search; });
+        r->browses.erase(search);
+    });
+}
+
+std::string EngineService::UploadsText() const {
+    const auto list = uploads_.List();
+    return UploadInfoText(list);
+}
+
+} // namespace corvid::engine

@@ -1,0 +1,16 @@
+/* Resource ids of the standalone host. */
+#pragma once
+
+#define IDI_HOST 1
+#define IDD_HOST_SETTINGS 200
+#define IDC_TAB_POSITION 201
+#define IDC_TAB_PUSHLIKE 202
+#define IDC_TAB_VISIBLE 203
+#define IDC_TAB_LEFT_ACTION 204
+#define IDC_TAB_MIDDLE_ACTION 205
+#define IDC_TOOLBAR_LABELS 206
+#define IDC_TOOLBAR_LARGE 207
+#define IDC_SHOW_DOWNLOADED 208
+#define IDC_AUTO_ONLINE 209
+#define IDC_SKIN 210
+#define IDC_LANGUAGE 211
