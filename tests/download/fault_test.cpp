@@ -87,6 +87,41 @@ TEST_F(Faults, StalledSourceTimesOutAndItsRangeGoesElsewhere) {
     EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
 }
 
+TEST_F(Faults, ServerThatTakesTheRequestAndSaysNothingIsGivenUp) {
+    // The silence before an answer begins is bounded by the head time-out, well inside the
+    // general one that this download would otherwise wait out.
+    FaultServer silent(context_, [](const HttpRequest&, int) {
+        Reply reply;
+        reply.silent = true;
+        return reply;
+    });
+    DownloadOptions options = FastOptions();
+    options.ioTimeout = std::chrono::minutes(10);
+    options.headTimeout = std::chrono::milliseconds(100);
+    options.maxAttempts = 2;
+    Download download(context_, dir_.file("f"), options);
+    run(download, {silent.url()});
+    EXPECT_EQ(log_.count(EventCode::TimedOut), 2u);
+    EXPECT_TRUE(endedWithoutSource());
+}
+
+TEST_F(Faults, SilentSourceDoesNotHoldUpTheOthers) {
+    FaultServer silent(context_, [](const HttpRequest&, int) {
+        Reply reply;
+        reply.silent = true;
+        return reply;
+    });
+    FaultServer good(context_, serveAll());
+    DownloadOptions options = FastOptions();
+    options.ioTimeout = std::chrono::minutes(10);
+    options.headTimeout = std::chrono::minutes(10);
+    Download download(context_, dir_.file("f"), options);
+    run(download, {silent.url(), good.url(), silent.url("/again")});
+    EXPECT_TRUE(succeeded()) << "the silent sources' claims, and the first question about the "
+                                "length, are taken over once they have been quiet a while";
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+}
+
 TEST_F(Faults, SlowSourceLosesTheBackOfItsRangeToAFastOne) {
     // The slow source answers its first request with half the bytes, then nothing; the fast
     // one finishes the free bytes, steals, and the download ends before any time-out.

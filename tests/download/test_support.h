@@ -73,6 +73,7 @@ struct Reply {
     bool stallAfter = false; // ...then hold the connection open without a word
     bool close = false;      // close after sending
     std::string raw;         // when set: sent as it stands instead of head and body
+    bool silent = false;     // takes the request and never answers, holding the connection
 
     static Reply Range(const std::string& content, const HttpRequest& request);
     static Reply Status(int status, const std::string& reason,
