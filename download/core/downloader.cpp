@@ -763,9 +763,23 @@ bool DownloadSession::onBody(Source& source, std::string_view body) {
     source.received += body.size();
     source.bytesThisTick += body.size();
     if (source.check != Source::Check::None) {
-        const std::size_t room =
-            static_cast<std::size_t>(source.asked.size()) - source.fetched.size();
-        source.fetched.append(body.substr(0, std::min(room, body.size())));
+        // Only the asked bytes count, wherever the server's answer began.
+        const std::uint64_t want = source.asked.begin + source.fetched.size();
+        if (source.bodyOffset > want && offset <= want && want < source.asked.end) {
+            const std::uint64_t until = std::min(source.bodyOffset, source.asked.end);
+            source.fetched.append(body.substr(static_cast<std::size_t>(want - offset),
+                                              static_cast<std::size_t>(until - want)));
+        }
+        const bool bodyEnds = source.parser.bodyRemaining() && *source.parser.bodyRemaining() == 0;
+        if (source.fetched.size() == source.asked.size() && !bodyEnds) {
+            // The rest of the answer is not needed: rather than drain it, start afresh.
+            endCheck(source);
+            if (!ended_ && source.phase != Phase::Failed) {
+                dropConnection(source);
+                connect(source);
+            }
+            return false;
+        }
         return true;
     }
     const auto claim = plan_.claimOf(source.id);

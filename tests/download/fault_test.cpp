@@ -241,9 +241,18 @@ TEST_F(Faults, WrongBytesFailTheSha1CheckAndSaySo) {
 TEST_F(Faults, WrongBytesAreFoundByCrossCheckingAndFetchedAgain) {
     // One source spoils a few bytes of its second answer; the finished file fails its SHA1,
     // the spans are fetched again from others, and the liar alone is dropped. The honest ones
-    // are busy at first, so the liar surely writes.
+    // are busy at first, so the liar surely writes; one of them ignores ranges and always sends
+    // the whole file.
     FaultServer good1(context_, busyFirst());
-    FaultServer good2(context_, busyFirst());
+    FaultServer good2(context_, [this](const HttpRequest&, int number) {
+        if (number == 0) {
+            return Reply::Status(503, "Busy");
+        }
+        Reply reply;
+        reply.head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content_.size());
+        reply.body = content_;
+        return reply;
+    });
     FaultServer liar(context_, [this](const HttpRequest& request, int number) {
         Reply reply = Reply::Range(content_, request);
         if (number == 1) {
