@@ -2,6 +2,7 @@
 // plug-in by its ProgID in a window of its own with menus, a toolbar, a search bar and a tab.
 //
 //   corvid-host [--search KEYWORDS] [--type TYPE] [--ready-file PATH] [--quit-file PATH]
+//               [--menu-report PATH]
 //   corvid-host search KEYWORDS [TYPE]      (the same as --search KEYWORDS --type TYPE)
 
 #include "corvid_h.h"
@@ -60,6 +61,8 @@ bool ParseOptions(int argc, wchar_t** argv, corvid::host::HostOptions& options) 
             options.readyFile = argv[++i];
         } else if (option == L"--quit-file" && hasValue) {
             options.quitFile = argv[++i];
+        } else if (option == L"--menu-report" && hasValue) {
+            options.menuReport = argv[++i];
         } else {
             return false;
         }
@@ -80,7 +83,7 @@ int wmain(int argc, wchar_t** argv) {
     corvid::host::HostOptions options;
     if (!ParseOptions(argc, argv, options)) {
         std::fprintf(stderr, "usage: corvid-host [--search KEYWORDS] [--type TYPE] "
-                             "[--ready-file PATH] [--quit-file PATH]\n"
+                             "[--ready-file PATH] [--quit-file PATH] [--menu-report PATH]\n"
                              "       corvid-host search KEYWORDS [TYPE]\n");
         return 2;
     }

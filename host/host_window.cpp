@@ -281,6 +281,7 @@ void HostWindow::ReloadMenus() {
             ApplyState(name, state);
         }
     }
+    ReportMenus();
 }
 
 void HostWindow::ApplyState(const std::string& name, int state) {
@@ -296,6 +297,60 @@ void HostWindow::ApplyState(const std::string& name, int state) {
 
 void HostWindow::CommandStateChanged(const std::string& name, int state) {
     ApplyState(name, state);
+    ReportMenus();
+}
+
+namespace {
+
+void DescribeMenu(HMENU menu, int depth, std::string& out) {
+    const int count = ::GetMenuItemCount(menu);
+    for (int i = 0; i < count; ++i) {
+        char text[256] = {};
+        MENUITEMINFOA info = {};
+        info.cbSize = sizeof info;
+        info.fMask = MIIM_FTYPE | MIIM_STATE | MIIM_ID | MIIM_SUBMENU | MIIM_STRING;
+        info.dwTypeData = text;
+        info.cch = sizeof text;
+        if (!::GetMenuItemInfoA(menu, i, TRUE, &info)) {
+            continue;
+        }
+        out.append(static_cast<std::size_t>(depth), '\t');
+        if (info.fType & MFT_SEPARATOR) {
+            out += "-\n";
+            continue;
+        }
+        out += text;
+        out += '|';
+        out += std::to_string(info.wID);
+        out += '|';
+        out += (info.fState & MFS_GRAYED) ? "g" : "";
+        out += (info.fState & MFS_CHECKED) ? "c" : "";
+        out += "\n";
+        if (info.hSubMenu) {
+            DescribeMenu(info.hSubMenu, depth + 1, out);
+        }
+    }
+}
+
+} // namespace
+
+void HostWindow::ReportMenus() {
+    if (options_.menuReport.empty() || !menu_) {
+        return;
+    }
+    std::string report;
+    DescribeMenu(menu_, 0, report);
+    // Written aside and moved into place, so a reader never sees half a report.
+    const std::wstring aside = options_.menuReport + L".new";
+    HANDLE file = ::CreateFileW(aside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    DWORD written = 0;
+    ::WriteFile(file, report.data(), static_cast<DWORD>(report.size()), &written, nullptr);
+    ::CloseHandle(file);
+    ::MoveFileExW(aside.c_str(), options_.menuReport.c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
 void HostWindow::SetTabTitle(const std::wstring& title) {
@@ -407,6 +462,7 @@ void HostWindow::OnCommand(int id) {
         lockedToolbars_ = !lockedToolbars_;
         WriteHostDword(L"Lock Toolbars", lockedToolbars_ ? 1 : 0);
         ::CheckMenuItem(menu_, kLockToolbars, lockedToolbars_ ? MF_CHECKED : MF_UNCHECKED);
+        ReportMenus();
         return;
     case kTabPanel: {
         DWORD visible = 1;
@@ -458,6 +514,14 @@ LRESULT HostWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         FillDynamic(reinterpret_cast<HMENU>(wParam));
         return 0;
     case kMsgAfterShow:
+        // Ready before the search: a search while offline asks its question in a modal box.
+        if (!options_.readyFile.empty()) {
+            HANDLE file = ::CreateFileW(options_.readyFile.c_str(), GENERIC_WRITE, 0, nullptr,
+                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+            if (file != INVALID_HANDLE_VALUE) {
+                ::CloseHandle(file);
+            }
+        }
         if (options_.search) {
             ::SetWindowTextW(searchEdit_, options_.searchKeywords.c_str());
             for (int i = 0; i < static_cast<int>(std::size(kSearchTypes)); ++i) {
@@ -466,13 +530,6 @@ LRESULT HostWindow::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
                 }
             }
             Search();
-        }
-        if (!options_.readyFile.empty()) {
-            HANDLE file = ::CreateFileW(options_.readyFile.c_str(), GENERIC_WRITE, 0, nullptr,
-                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-            if (file != INVALID_HANDLE_VALUE) {
-                ::CloseHandle(file);
-            }
         }
         return 0;
     case WM_TIMER:

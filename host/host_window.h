@@ -23,6 +23,10 @@ struct HostOptions {
     bool search = false;
     std::wstring readyFile; // written once the window is up and idle
     std::wstring quitFile;  // the host closes itself once this file exists
+    // Rewritten with the menu bar as it stands (read back from the real menus) whenever the
+    // menus or a command's state change: one line per entry, "label|id|flags", indented by
+    // tabs for submenus, "-" for a separator; flags hold "g" for greyed and "c" for checked.
+    std::wstring menuReport;
 };
 
 class TabPage;
@@ -54,6 +58,7 @@ private:
     HMENU BuildMenu(const MenuEntry& menu, bool bar);
     void ApplyState(const std::string& name, int state);
     void FillDynamic(HMENU popup);
+    void ReportMenus();
     void OnCommand(int id);
     void Search();
     void OpenSettings();

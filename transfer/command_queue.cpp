@@ -16,10 +16,13 @@ void AutoResetEvent::Wait() {
     signalled_ = false;
 }
 
+CommandQueue::CommandQueue(std::unique_ptr<WakeSignal> posted)
+    : posted_(posted ? std::move(posted) : std::make_unique<AutoResetEvent>()) {}
+
 void CommandQueue::Post(std::int32_t code, CommandArgument argument) {
     std::lock_guard guard(lock_);
     commands_.push_back(Command{code, std::move(argument)});
-    posted_.Signal();
+    posted_->Signal();
 }
 
 void CommandQueue::PopFront() {
@@ -42,7 +45,7 @@ bool CommandQueue::ReadHead(Command& out) const {
 bool CommandQueue::WaitForHead(Command& out) {
     if (ReadHead(out))
         return true;
-    posted_.Wait();
+    posted_->Wait();
     return ReadHead(out);
 }
 

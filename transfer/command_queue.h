@@ -44,11 +44,20 @@ struct Command {
     CommandArgument argument;
 };
 
-// A Windows auto-reset event: Signal wakes one waiter, or the next one to wait, and resets itself.
-class AutoResetEvent {
+// What wakes the worker: an auto-reset event. Signal wakes one waiter, or the next one to wait,
+// and resets itself. The Windows face hands the queue a kernel event of its own name.
+class WakeSignal {
 public:
-    void Signal();
-    void Wait();
+    virtual ~WakeSignal() = default;
+    virtual void Signal() = 0;
+    virtual void Wait() = 0;
+};
+
+// The portable auto-reset event.
+class AutoResetEvent : public WakeSignal {
+public:
+    void Signal() override;
+    void Wait() override;
 
 private:
     std::mutex lock_;
@@ -60,6 +69,9 @@ private:
 // leaves the head in the queue while it works, so posts made meanwhile go behind it.
 class CommandQueue {
 public:
+    // Without a signal of its own the queue wakes its worker with an AutoResetEvent.
+    explicit CommandQueue(std::unique_ptr<WakeSignal> posted = nullptr);
+
     void Post(std::int32_t code, CommandArgument argument = {});
     // Removes the head, if there is one.
     void PopFront();
@@ -77,7 +89,7 @@ private:
     mutable std::mutex lock_;
     std::condition_variable emptied_;
     std::deque<Command> commands_;
-    AutoResetEvent posted_;
+    std::unique_ptr<WakeSignal> posted_;
 };
 
 } // namespace corvid::transfer

@@ -110,6 +110,11 @@ std::shared_ptr<DownloadSource> DownloadLogModel::SourceOf(LogPaneView::Node nod
     return nullptr;
 }
 
+LogPaneView::Node DownloadLogModel::NodeOf(const std::shared_ptr<DownloadSource>& source) const {
+    const auto found = nodes_.find(source);
+    return found == nodes_.end() ? 0 : found->second;
+}
+
 bool DownloadLogModel::ForgetItem(const std::shared_ptr<DownloadItem>& item) {
     if (!item || item != item_)
         return false;

@@ -52,6 +52,8 @@ public:
     const std::shared_ptr<DownloadItem>& ShownItem() const { return item_; }
     // The source a node stands for, or none.
     std::shared_ptr<DownloadSource> SourceOf(LogPaneView::Node node) const;
+    // The node of a source shown in the tree, or 0.
+    LogPaneView::Node NodeOf(const std::shared_ptr<DownloadSource>& source) const;
     // Forgets the item when it is the one shown (the tree is emptied); true when it was.
     bool ForgetItem(const std::shared_ptr<DownloadItem>& item);
 

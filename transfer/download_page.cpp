@@ -47,8 +47,10 @@ std::string_view TextArgument(std::uintptr_t argument) {
 
 } // namespace
 
-DownloadPage::DownloadPage(DownloadPorts ports, std::string downloadFolder)
-    : ports_(std::move(ports)), downloadFolder_(std::move(downloadFolder)) {
+DownloadPage::DownloadPage(DownloadPorts ports, std::string downloadFolder,
+                           std::unique_ptr<WakeSignal> wake)
+    : ports_(std::move(ports)), downloadFolder_(std::move(downloadFolder)),
+      queue_(std::move(wake)) {
     if (!ports_.text)
         ports_.text = [](std::uint32_t id) { return std::string(BuiltinText(id)); };
 }
@@ -386,6 +388,111 @@ void DownloadPage::Run(const std::vector<std::shared_ptr<DownloadItem>>& selecte
 void DownloadPage::BeginClosing() {
     closing_ = true;
     queue_.Post(kCmdNone);
+}
+
+void DownloadPage::CloseEngineObjects() {
+    for (const auto& item : Items()) {
+        std::uint32_t handle;
+        {
+            std::lock_guard itemGuard(item->lock);
+            if (!UnregisterEngineObject(*item))
+                continue;
+            handle = item->handle;
+            item->sources.clear();
+        }
+        ports_.engine.CloseDownloadObject(handle);
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Between runs
+
+std::vector<SavedDownload> DownloadPage::Snapshot() const {
+    std::vector<SavedDownload> saved;
+    for (const auto& item : Items()) {
+        std::lock_guard guard(item->lock);
+        SavedDownload record;
+        record.sha1 = item->sha1;
+        record.localPath = item->localPath;
+        record.state = item->state;
+        record.progress = item->lastProgress;
+        record.sources = item->group.sources;
+        saved.push_back(std::move(record));
+    }
+    return saved;
+}
+
+bool DownloadPage::Restore(const SavedDownload& saved, bool resume) {
+    if (saved.sources.empty() || FindBySha1(saved.sha1))
+        return false;
+    auto item = std::make_shared<DownloadItem>();
+    item->sha1 = saved.sha1;
+    item->localPath = saved.localPath;
+    item->group.sha1 = saved.sha1;
+    item->group.sources = saved.sources;
+    item->lastProgress = saved.progress;
+    const bool wasRunning = saved.state == kItemCreated || saved.state == kItemDownloading;
+    item->state = wasRunning ? kItemStopped : saved.state;
+    if (item->state == kItemCompleted)
+        item->lastProgress = 100;
+
+    std::uint32_t handle = 0;
+    if (wasRunning && resume) {
+        handle = ports_.engine.CreateDownloadObject(item->localPath);
+        if (handle == 0)
+            return false;
+        item->handle = handle;
+        item->state = kItemCreated;
+    }
+    RowCells cells;
+    {
+        std::lock_guard itemGuard(item->lock);
+        {
+            std::lock_guard guard(mapsLock_);
+            items_.push_back(item);
+            if (handle != 0)
+                itemsByHandle_[handle] = item;
+        }
+        if (handle != 0) {
+            AddGroupSources(item);
+            ports_.engine.Download(handle, &DownloadPage::EngineCallback, this);
+        }
+        cells = CreationCells(*item);
+    }
+    ports_.list.AddRow(item, cells);
+    UpdateRow(item);
+    return true;
+}
+
+std::vector<std::string> DownloadPage::Sha1sNeedingSources() const {
+    std::vector<std::string> sha1s;
+    for (const auto& item : Items()) {
+        std::lock_guard guard(item->lock);
+        if (item->state == kItemNeedsSources)
+            sha1s.push_back(item->sha1);
+    }
+    return sha1s;
+}
+
+bool DownloadPage::OfferFoundSource(const std::string& sha1, const ResultSource& hit) {
+    const auto item = FindBySha1(sha1);
+    if (!item)
+        return false;
+    {
+        std::lock_guard itemGuard(item->lock);
+        auto& sources = item->group.sources;
+        if (item->state != kItemNeedsSources || sources.empty() ||
+            sources.front().size != hit.size || sources.size() >= kMaxSourcesPerItem ||
+            !HitSourceUrl(hit.host, hit.port, sha1))
+            return false;
+        if (std::any_of(sources.begin(), sources.end(), [&](const ResultSource& known) {
+                return known.host == hit.host && known.port == hit.port;
+            }))
+            return false;
+        sources.push_back(hit);
+    }
+    queue_.Post(kCmdRestart, item);
+    return true;
 }
 
 // ---------------------------------------------------------------------------------------------

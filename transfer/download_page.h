@@ -2,6 +2,7 @@
 
 #include "transfer/command_queue.h"
 #include "transfer/download_item.h"
+#include "transfer/download_list_file.h"
 #include "transfer/download_ports.h"
 
 #include <atomic>
@@ -45,7 +46,9 @@ struct DownloadPorts {
 // closed so that no callback still holds the page, and last the page itself.
 class DownloadPage {
 public:
-    DownloadPage(DownloadPorts ports, std::string downloadFolder);
+    // wake: what the worker waits on (the portable event when null).
+    DownloadPage(DownloadPorts ports, std::string downloadFolder,
+                 std::unique_ptr<WakeSignal> wake = nullptr);
     ~DownloadPage();
     DownloadPage(const DownloadPage&) = delete;
     DownloadPage& operator=(const DownloadPage&) = delete;
@@ -69,6 +72,23 @@ public:
     // its next wake-up (this wakes it).
     void BeginClosing();
     bool Closing() const { return closing_; }
+    // Once the worker is gone: closes every live engine object (the partial files and their range
+    // maps stay, for the next run), so that no callback still holds the page.
+    void CloseEngineObjects();
+
+    // The list as it is kept between runs, in the list's order.
+    std::vector<SavedDownload> Snapshot() const;
+    // Brings back one item of a former run. A completed, stopped or starved item comes back as it
+    // was; one that was running is started again on its file when `resume` is set (the engine
+    // takes up the bytes already there) and comes back stopped otherwise. False when the SHA1 is
+    // listed already or the engine refuses the object.
+    bool Restore(const SavedDownload& saved, bool resume);
+
+    // The SHA1s of the items waiting for more sources (state 7).
+    std::vector<std::string> Sha1sNeedingSources() const;
+    // A hit found by asking the network for an item waiting for more sources: when it is new to
+    // the item's group it joins it and the item is restarted. True when it joined.
+    bool OfferFoundSource(const std::string& sha1, const ResultSource& hit);
 
     // --- the engine's threads ---
     int HandleEngineEvent(std::uint32_t handle, std::uint32_t sourceId, std::int32_t code,

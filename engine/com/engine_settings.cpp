@@ -36,7 +36,8 @@ EngineOptions ReadEngineOptions() {
     options.network = ini.network;
     options.behind_firewall = ini.behind_firewall;
     options.bootstrap = ini.hosts;
-    std::string_view listed = Environment("CORVID_ENGINE_BOOTSTRAP");
+    const std::string bootstrap = Environment("CORVID_ENGINE_BOOTSTRAP");
+    std::string_view listed = bootstrap;
     while (!listed.empty() && options.bootstrap.size() < 64) {
         const auto comma = listed.find(',');
         if (auto host = ParseUserAddress(listed.substr(0, comma))) {

@@ -90,6 +90,22 @@ void QueryRouteTable::Set(std::uint32_t slot, bool present) {
         words_[slot >> 6] &= ~bit;
 }
 
+void QueryRouteTable::MergeFrom(const QueryRouteTable& other) {
+    // A keyword's slot is the top bits of one product, so slots of tables of different sizes
+    // nest: a smaller table's slot covers a run of ours, a larger one's falls inside one of ours.
+    for (std::uint32_t slot = 0; slot < other.size(); ++slot) {
+        if (!other.Slot(slot))
+            continue;
+        if (other.bits() <= bits_) {
+            std::uint32_t shift = static_cast<std::uint32_t>(bits_ - other.bits());
+            for (std::uint32_t mine = slot << shift; mine < ((slot + 1) << shift); ++mine)
+                Set(mine, true);
+        } else {
+            Set(slot >> (other.bits() - bits_), true);
+        }
+    }
+}
+
 bool QueryRouteTable::Contains(std::string_view keyword) const {
     return Slot(QrpHash(keyword, bits_));
 }

@@ -36,6 +36,9 @@ public:
     void Set(std::uint32_t slot, bool present);
     bool Contains(std::string_view keyword) const;
     bool Slot(std::uint32_t slot) const { return (words_[slot >> 6] >> (slot & 63)) & 1; }
+    // Marks present every slot of ours that a present slot of other's may stand for, whatever
+    // the two sizes: the union an ultrapeer sends for its leaves.
+    void MergeFrom(const QueryRouteTable& other);
     // True when every plain word of the query (or its SHA1 URN) is in the table.
     bool MatchesQuery(std::string_view text, const std::vector<std::string>& sha1s) const;
 

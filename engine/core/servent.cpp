@@ -94,6 +94,16 @@ struct Servent::Peer {
     std::uint8_t hops_flow = 255; // queries with more hops than this are not sent to it
     int degree = 6;               // its X-Degree: how wide a query spreads behind it
     bool connected_back = false;
+    bool last_hop_qrp = false; // an ultrapeer that exchanges tables for queries at TTL 1
+    std::uint64_t merged_table_sent = 0;
+    std::optional<Clock::time_point> merged_table_sent_at;
+
+    // Whether a query may go to this ultrapeer at TTL 1: no table yet means it may.
+    bool LastHopAllows(const Query& query) const {
+        if (!last_hop_qrp || !qrp || !qrp->table())
+            return true;
+        return qrp->table()->MatchesQuery(query.text, query.sha1s);
+    }
 
     bool Supports(VendorSelector selector) const {
         for (const auto& kind : supported)
@@ -216,8 +226,10 @@ std::vector<std::pair<std::string, std::string>> Servent::CommonHeaders(const Pe
     h.emplace_back("GGEP", "0.5");
     h.emplace_back("Bye-Packet", "0.1");
     h.emplace_back("Vendor-Message", "0.1");
-    if (ultrapeer_)
+    if (ultrapeer_) {
         h.emplace_back("X-Dynamic-Querying", "0.1");
+        h.emplace_back("X-Ultrapeer-Query-Routing", "0.1");
+    }
     if (config_.listen.IsValid())
         h.emplace_back("Listen-IP", config_.listen.ToString());
     std::string remote = peer.remote.ToString();
@@ -251,6 +263,7 @@ void Servent::ReadCapabilities(Peer& peer, const HeaderBlock& block) {
     if (auto ttl = block.Get("X-Max-TTL"))
         peer.max_ttl = static_cast<std::uint8_t>(std::clamp(std::atoi(ttl->c_str()), 1, 7));
     peer.vendor_messages = block.Has("Vendor-Message");
+    peer.last_hop_qrp = block.Has("X-Ultrapeer-Query-Routing");
     if (auto degree = block.Get("X-Degree"))
         peer.degree = std::clamp(std::atoi(degree->c_str()), 1, 200);
 }
@@ -381,7 +394,9 @@ void Servent::Open(Peer& peer) {
         peer.deflater = std::make_unique<Deflater>();
     if (peer.receive_compressed)
         peer.inflater = std::make_unique<Inflater>();
-    if (peer.kind == PeerKind::Leaf)
+    bool last_hop = ultrapeer_ && peer.kind == PeerKind::Ultrapeer && peer.last_hop_qrp;
+    // A last-hop neighbour's first table goes at the next tick, once our leaves' have come.
+    if (peer.kind == PeerKind::Leaf || last_hop)
         peer.qrp = std::make_unique<QrpReceiver>();
     if (peer.listen.IsValid() && peer.kind == PeerKind::Ultrapeer)
         hosts_.Add(peer.listen);
@@ -527,8 +542,10 @@ void Servent::OnRouteTable(Peer& peer, Message& message) {
     if (result == QrpReceiver::Result::Error) {
         ++stats_.peers_dropped_for_abuse;
         Drop(peer, 400, "Bad query routing table");
-    } else if (result == QrpReceiver::Result::Complete && observer_) {
-        Notify([&] { observer_->OnQrpTableComplete(peer.id); });
+    } else if (result == QrpReceiver::Result::Complete && peer.kind == PeerKind::Leaf) {
+        ++leaf_tables_changed_;
+        if (observer_)
+            Notify([&] { observer_->OnQrpTableComplete(peer.id); });
     }
 }
 
@@ -635,6 +652,10 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
             int capped = std::min<int>(ttl, target->max_ttl);
             if (capped <= 0)
                 continue;
+            if (capped == 1 && !target->LastHopAllows(query)) {
+                ++stats_.queries_blocked_by_qrp;
+                continue;
+            }
             out.header.ttl = static_cast<std::uint8_t>(capped);
         } else if (target->kind == PeerKind::Leaf) {
             // A leaf is reached only when its table says it may answer; it never forwards.
@@ -767,6 +788,27 @@ void Servent::SendQrp(Peer& peer) {
     }
 }
 
+std::uint64_t Servent::MergedTableStamp() const {
+    return index_.Revision() * 1000003u + leaf_tables_changed_;
+}
+
+void Servent::SendMergedQrp(Peer& peer) {
+    QueryRouteTable table;
+    for (const auto& file : index_.All()) {
+        for (const auto& word : TableKeywords(file.name))
+            table.Add(word);
+        if (!file.sha1.empty())
+            table.Add(ToLowerAscii("urn:sha1:" + file.sha1));
+    }
+    for (const auto& [id, leaf] : peers_)
+        if (!leaf->closing && leaf->kind == PeerKind::Leaf && leaf->qrp && leaf->qrp->table())
+            table.MergeFrom(*leaf->qrp->table());
+    peer.merged_table_sent = MergedTableStamp();
+    peer.merged_table_sent_at = clock_();
+    for (auto& payload : BuildQrpUpdate(table))
+        SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::RouteTable, 1, payload));
+}
+
 void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
     if (peer.closing)
         return;
@@ -790,8 +832,12 @@ void Servent::Settle() {
     while (!doomed_.empty()) {
         PeerId id = doomed_.back();
         doomed_.pop_back();
-        if (peers_.erase(id) == 0)
+        auto gone = peers_.find(id);
+        if (gone == peers_.end())
             continue;
+        if (gone->second->kind == PeerKind::Leaf)
+            ++leaf_tables_changed_;
+        peers_.erase(gone);
         ping_routes_.ForgetPeer(id);
         query_routes_.ForgetPeer(id);
         push_routes_.ForgetPeer(id);
@@ -852,6 +898,11 @@ void Servent::Tick() {
             peer->supports_qrp && peer->qrp_revision_sent != index_.Revision() &&
             (!peer->qrp_sent_at || now - *peer->qrp_sent_at >= config_.qrp_resend_interval))
             SendQrp(*peer);
+        if (peer->state == Peer::State::Open && ultrapeer_ && peer->kind == PeerKind::Ultrapeer &&
+            peer->last_hop_qrp && peer->merged_table_sent != MergedTableStamp() &&
+            (!peer->merged_table_sent_at ||
+             now - *peer->merged_table_sent_at >= config_.qrp_resend_interval))
+            SendMergedQrp(*peer);
     }
     AdvanceDynamicQueries(now);
     if (!last_ping_ || now - *last_ping_ >= config_.ping_interval) {
@@ -969,6 +1020,10 @@ void Servent::StartDynamicQuery(const Message& message, const Query& query, Peer
         if (peer->closing || peer->state != Peer::State::Open || id == origin ||
             peer->kind != PeerKind::Ultrapeer)
             continue;
+        if (!peer->LastHopAllows(query)) {
+            ++stats_.queries_blocked_by_qrp;
+            continue;
+        }
         Message out = started.message;
         out.header.ttl = 1;
         out.header.hops = static_cast<std::uint8_t>(message.header.hops + (origin != kLocalPeer));
@@ -1029,6 +1084,10 @@ bool Servent::AdvanceDynamicQuery(DynamicQuery& dq, Clock::time_point now) {
         while (ttl < cap && static_cast<double>(Horizon(ttl, next->degree)) < hosts_needed)
             ++ttl;
     }
+    // At TTL 1 the neighbour answers only for itself and its leaves: its table says whether
+    // that can help at all.
+    if (ttl == 1 && !next->LastHopAllows(dq.query))
+        ttl = std::min(2, cap);
     Message out = dq.message;
     out.header.ttl = static_cast<std::uint8_t>(ttl);
     out.header.hops = static_cast<std::uint8_t>(dq.message.header.hops + (leaf != nullptr));

@@ -194,6 +194,9 @@ private:
     void SendMessage(Peer& peer, const Message& message);
     void SendRaw(Peer& peer, std::string_view text);
     void SendQrp(Peer& peer);
+    // Our files' and our leaves' tables as one, for ultrapeer neighbours' last hop.
+    void SendMergedQrp(Peer& peer);
+    std::uint64_t MergedTableStamp() const;
     void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
     // Sends what this event produced and forgets the peers it closed; every public entry ends here.
     void Settle();
@@ -226,6 +229,7 @@ private:
     HostCache hosts_;
     std::deque<Pong> pong_cache_;
     std::map<Guid, DynamicQuery> dynamic_;
+    std::uint64_t leaf_tables_changed_ = 0;
     // Results of our own searches, for our ultrapeer's status requests; stopped ones say so.
     struct OwnSearch {
         std::size_t results = 0;

@@ -2,8 +2,9 @@
 
 // Conversions between the UTF-16 of COM boundaries and the ANSI code page the plug-in works in.
 
-#include <oleauto.h>
 #include <windows.h>
+
+#include <oleauto.h>
 
 #include <string>
 #include <string_view>

@@ -101,12 +101,14 @@ protected:
 
 class PlaceholderPanel final : public PanelWindow {
 public:
-    PlaceholderPanel(PanelSite& site, std::uint32_t titleId, std::uint32_t textId)
-        : PanelWindow(site, titleId), textId_(textId) {}
+    PlaceholderPanel(PanelSite& site, std::uint32_t titleId, std::uint32_t textId,
+                     std::uint32_t noteId)
+        : PanelWindow(site, titleId), textId_(textId), noteId_(noteId) {}
 
     void ApplyLanguage() override {
         ::SetWindowTextA(heading_, Title().c_str());
         ::SetWindowTextA(text_, Text(site_, textId_).c_str());
+        ::SetWindowTextA(note_, Text(site_, noteId_).c_str());
     }
 
 protected:
@@ -114,18 +116,22 @@ protected:
         heading_ = Child("STATIC", SS_LEFT | SS_NOPREFIX);
         ::SendMessageA(heading_, WM_SETFONT, reinterpret_cast<WPARAM>(UiBoldFont()), FALSE);
         text_ = Child("STATIC", SS_LEFT | SS_NOPREFIX);
+        note_ = Child("STATIC", SS_LEFT | SS_NOPREFIX);
         ApplyLanguage();
     }
     void Layout(int width, int) override {
         const int textWidth = std::min(width - 48, 560);
         ::MoveWindow(heading_, 24, 24, textWidth, 20, TRUE);
-        ::MoveWindow(text_, 24, 52, textWidth, 120, TRUE);
+        ::MoveWindow(text_, 24, 52, textWidth, 32, TRUE);
+        ::MoveWindow(note_, 24, 88, textWidth, 40, TRUE);
     }
 
 private:
     std::uint32_t textId_;
+    std::uint32_t noteId_;
     HWND heading_ = nullptr;
     HWND text_ = nullptr;
+    HWND note_ = nullptr;
 };
 
 class InfoPanel final : public PanelWindow {
@@ -280,8 +286,8 @@ std::unique_ptr<Panel> MakeConsolePanel(PanelSite& site) {
 }
 
 std::unique_ptr<Panel> MakePlaceholderPanel(PanelSite& site, std::uint32_t titleId,
-                                            std::uint32_t textId) {
-    return std::make_unique<PlaceholderPanel>(site, titleId, textId);
+                                            std::uint32_t textId, std::uint32_t noteId) {
+    return std::make_unique<PlaceholderPanel>(site, titleId, textId, noteId);
 }
 
 } // namespace corvid::shell

@@ -13,8 +13,9 @@ namespace corvid::shell {
 
 std::unique_ptr<Panel> MakeInfoPanel(PanelSite& site);
 std::unique_ptr<Panel> MakeConsolePanel(PanelSite& site);
-// A panel titled by string `titleId` that says, in string `textId`, what will be there.
+// A panel titled by string `titleId` that says, in string `textId`, what will be there, and in
+// string `noteId` that it is not there yet.
 std::unique_ptr<Panel> MakePlaceholderPanel(PanelSite& site, std::uint32_t titleId,
-                                            std::uint32_t textId);
+                                            std::uint32_t textId, std::uint32_t noteId);
 
 } // namespace corvid::shell

@@ -11,22 +11,22 @@ namespace {
 // Rows whose panel is not built yet say so through a placeholder; each row's factory is replaced
 // by the panel's own when it arrives.
 std::unique_ptr<Panel> MakeLibraryPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36120, 36140);
+    return MakePlaceholderPanel(site, 36120, 36140, 36148);
 }
 std::unique_ptr<Panel> MakeSearchPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36121, 36141);
+    return MakePlaceholderPanel(site, 36121, 36141, 36149);
 }
 std::unique_ptr<Panel> MakeUploadPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36122, 36142);
+    return MakePlaceholderPanel(site, 36122, 36142, 36148);
 }
 std::unique_ptr<Panel> MakeHostsPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36124, 36143);
+    return MakePlaceholderPanel(site, 36124, 36143, 36148);
 }
 std::unique_ptr<Panel> MakeTheaterPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36125, 36144);
+    return MakePlaceholderPanel(site, 36125, 36144, 36148);
 }
 std::unique_ptr<Panel> MakeDownloadPlaceholder(PanelSite& site) {
-    return MakePlaceholderPanel(site, 36126, 36145);
+    return MakePlaceholderPanel(site, 36126, 36145, 36148);
 }
 
 // Creation order: library, (the status bar), search, upload, information, hosts, theater; the

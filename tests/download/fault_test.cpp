@@ -497,3 +497,55 @@ TEST_F(Faults, ForgetRemovesTheRangeMap) {
 
 } // namespace
 } // namespace corvid::download::testing
+
+namespace corvid::download::testing {
+namespace {
+
+// The range answer again, its body in chunks of uneven sizes, without a Content-Length.
+Reply Chunked(Reply reply) {
+    if (reply.body.empty()) {
+        return reply;
+    }
+    const std::size_t cut = reply.head.find("\r\nContent-Length:");
+    reply.head = reply.head.substr(0, cut) + "\r\nTransfer-Encoding: chunked";
+    std::string body;
+    for (std::size_t at = 0, turn = 0; at < reply.body.size(); ++turn) {
+        const std::size_t size = std::min<std::size_t>(reply.body.size() - at, 1 + turn * 997);
+        char line[32];
+        std::snprintf(line, sizeof line, "%zx%s\r\n", size, turn == 2 ? ";x=1" : "");
+        body += line + reply.body.substr(at, size) + "\r\n";
+        at += size;
+    }
+    reply.body = body + "0\r\n\r\n";
+    return reply;
+}
+
+TEST_F(Faults, ChunkedRangesAreReadWholeOverKeptAliveConnections) {
+    FaultServer server(context_, [this](const HttpRequest& request, int) {
+        return Chunked(Reply::Range(content_, request));
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {server.url("/f" + urn())});
+    EXPECT_TRUE(succeeded());
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+    EXPECT_GT(server.requests().size(), 1u);
+}
+
+TEST_F(Faults, ABrokenChunkIsAProtocolErrorOfThatSource) {
+    FaultServer server(context_, [this](const HttpRequest& request, int number) {
+        Reply reply = Chunked(Reply::Range(content_, request));
+        if (number == 1) {
+            // Data that runs past its chunk's size.
+            const std::size_t end = reply.body.find("\r\n", reply.body.find("\r\n") + 2);
+            reply.body.insert(end, "xyz");
+        }
+        return reply;
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {server.url("/f" + urn())});
+    EXPECT_TRUE(sourceSaw(0, EventCode::HttpError));
+    EXPECT_TRUE(endedWithoutSource());
+}
+
+} // namespace
+} // namespace corvid::download::testing

@@ -832,3 +832,67 @@ TEST(UltrapeerVendorMessages, HopsFlowAndConnectBackAreHonoured) {
 
 } // namespace
 } // namespace corvid::gnutella
+
+namespace corvid::gnutella {
+namespace {
+
+TEST(LastHopQueryRouting, UltrapeersExchangeMergedTablesAndTtlOneQueriesHonourThem) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer, {"gamma ray.mp3"});
+    auto& leaf = net.AddServent(NodeMode::LeafPeer, {"alpha song.mp3"});
+    net.Link(leaf, up);
+    net.Run();
+    auto& neighbour = net.AddRaw();
+    PeerId neighbour_id =
+        RawUltrapeer(net, neighbour, up, "X-Ultrapeer-Query-Routing: 0.1\r\nX-Max-TTL: 4\r\n");
+    auto& asker = net.AddRaw();
+    PeerId asker_id = RawUltrapeer(net, asker, up);
+    up.servent->Tick();
+    net.Run();
+
+    // The table we are sent holds our own file and our leaf's.
+    QrpReceiver ours;
+    QrpReceiver::Result last = QrpReceiver::Result::Ok;
+    for (const auto& m : OfType(Read(neighbour, 1), PayloadType::RouteTable))
+        last = ours.Apply(m.payload);
+    ASSERT_EQ(last, QrpReceiver::Result::Complete);
+    EXPECT_TRUE(ours.table()->MatchesQuery("alpha", {}));
+    EXPECT_TRUE(ours.table()->MatchesQuery("gamma", {}));
+    EXPECT_FALSE(ours.table()->MatchesQuery("delta", {}));
+    // An ultrapeer that did not ask gets no table.
+    EXPECT_TRUE(OfType(Read(asker, 1), PayloadType::RouteTable).empty());
+
+    // The neighbour's table has "beta" only: a query reaching it at TTL 1 goes only for beta.
+    QueryRouteTable theirs;
+    theirs.Add("beta");
+    for (const auto& payload : BuildQrpUpdate(theirs))
+        net.RawSend(neighbour, neighbour_id, Frame(Guid{}, PayloadType::RouteTable, 1, 0, payload));
+    net.Run();
+    neighbour.inbox.clear();
+    Guid first, second, third;
+    first.bytes[0] = 1;
+    second.bytes[0] = 2;
+    third.bytes[0] = 3;
+    net.RawSend(asker, asker_id, Frame(first, PayloadType::Query, 2, 0, QueryPayload("alpha")));
+    net.RawSend(asker, asker_id, Frame(second, PayloadType::Query, 2, 0, QueryPayload("beta")));
+    net.RawSend(asker, asker_id, Frame(third, PayloadType::Query, 3, 0, QueryPayload("alpha")));
+    net.Run();
+    std::set<Guid> reached;
+    for (const auto& q : OfType(Read(neighbour, 0), PayloadType::Query))
+        reached.insert(q.header.guid);
+    // Beta at TTL 1 and alpha at TTL 2 (the table speaks for the last hop only).
+    EXPECT_EQ(reached, (std::set<Guid>{second, third}));
+
+    // Tables of different sizes merge into ours slot for slot.
+    QueryRouteTable small(1024), large(1u << 18), merged;
+    small.Add("alpha");
+    large.Add("beta");
+    merged.MergeFrom(small);
+    merged.MergeFrom(large);
+    EXPECT_TRUE(merged.Contains("alpha"));
+    EXPECT_TRUE(merged.Contains("beta"));
+    EXPECT_FALSE(merged.MatchesQuery("gamma", {}));
+}
+
+} // namespace
+} // namespace corvid::gnutella

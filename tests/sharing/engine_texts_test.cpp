@@ -1,3 +1,4 @@
+#include "engine/sharing/engine_text_sources.h"
 #include "engine/sharing/engine_texts.h"
 
 #include <gtest/gtest.h>
@@ -90,6 +91,52 @@ TEST(EngineTexts, NetworkSummaryIsOneInfoElement) {
     EXPECT_NE(text.find("<Mode>Leaf</Mode>"), std::string::npos);
     EXPECT_NE(text.find("<Connections>3</Connections>"), std::string::npos);
     EXPECT_NE(text.find("<SharedFiles>12</SharedFiles>"), std::string::npos);
+}
+
+} // namespace
+} // namespace corvid::gnutella
+
+namespace corvid::gnutella {
+namespace {
+
+TEST(EngineTexts, AHitFromTheRealNetworkKeepsItsHashPushFlagAndLargeSize) {
+    // A firewalled host's hit naming its file by GGEP "H" and "LF" only, as deployed servents do.
+    Bytes sha1(20);
+    for (std::size_t i = 0; i < sha1.size(); ++i) {
+        sha1[i] = static_cast<std::uint8_t>(i * 13);
+    }
+    Bytes h{0x01};
+    h.insert(h.end(), sha1.begin(), sha1.end());
+    const std::uint64_t large = 5ull << 30;
+    Bytes lf;
+    for (std::uint64_t v = large; v != 0; v >>= 8) {
+        lf.push_back(static_cast<std::uint8_t>(v));
+    }
+    GgepBlock block;
+    block.extensions = {{"H", h, false, true}, {"LF", lf, false, true}};
+    QueryHit written;
+    written.port = 6346;
+    written.ip = 0x0A000001;
+    written.vendor = "ABCD";
+    written.flags.firewalled = true;
+    written.results.push_back({7, 0xFFFFFFFFu, "film.mkv", "", "", {}});
+    Bytes payload = SerializeQueryHit(written);
+    // Put the block where the text URN would go: right after the name's NUL.
+    const auto name_end = std::find(payload.begin() + 19, payload.end(), std::uint8_t{0});
+    const Bytes encoded = *EncodeGgep(block);
+    payload.insert(name_end + 1, encoded.begin(), encoded.end());
+
+    const auto hit = ParseQueryHit(payload);
+    ASSERT_TRUE(hit);
+    const auto files = ResultFilesOf(*hit);
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(files[0].sha1, Base32Encode(sha1));
+    EXPECT_EQ(files[0].size, large) << "the engine keeps the whole size";
+    const std::string text = SearchResultText(ResultHostOf(*hit, "film", "All"), files);
+    // The plug-in's field holds 31 bits: it shows the largest size it can, never a wrapped one.
+    EXPECT_NE(text.find("<size>2147483647</size>"), std::string::npos) << text;
+    EXPECT_NE(text.find("<sha1>" + Base32Encode(sha1) + "</sha1>"), std::string::npos);
+    EXPECT_NE(text.find("<opendata size=\"2\">1d</opendata>"), std::string::npos);
 }
 
 } // namespace

@@ -184,14 +184,37 @@ std::string ProgramFolder() {
     return folder.substr(0, folder.find_last_of('\\'));
 }
 
-void WriteFile(const std::string& path, const std::string& text) {
-    // Every folder on the way, from the top: the test's own folder exists.
-    for (std::size_t cut = path.find('\\', 3); cut != std::string::npos;
-         cut = path.find('\\', cut + 1)) {
-        ::CreateDirectoryA(path.substr(0, cut).c_str(), nullptr);
+// Files a test puts beside the program (translations, skins), taken away again with every folder
+// that they alone made.
+class ScratchFiles {
+public:
+    ScratchFiles() = default;
+    ScratchFiles(const ScratchFiles&) = delete;
+    ScratchFiles& operator=(const ScratchFiles&) = delete;
+    ~ScratchFiles() {
+        for (const std::string& file : files_) {
+            ::DeleteFileA(file.c_str());
+        }
+        for (auto folder = folders_.rbegin(); folder != folders_.rend(); ++folder) {
+            ::RemoveDirectoryA(folder->c_str());
+        }
     }
-    std::ofstream(path, std::ios::binary) << text;
-}
+    void Write(const std::string& path, const std::string& text) {
+        for (std::size_t cut = path.find('\\', 3); cut != std::string::npos;
+             cut = path.find('\\', cut + 1)) {
+            const std::string folder = path.substr(0, cut);
+            if (::CreateDirectoryA(folder.c_str(), nullptr)) {
+                folders_.push_back(folder);
+            }
+        }
+        std::ofstream(path, std::ios::binary) << text;
+        files_.push_back(path);
+    }
+
+private:
+    std::vector<std::string> files_;
+    std::vector<std::string> folders_;
+};
 
 HWND ChildOfClass(HWND parent, const char* className) {
     return ::FindWindowExA(parent, nullptr, className, nullptr);
@@ -243,6 +266,7 @@ protected:
     win::ComPtr<FakeHost> host_;
     RecordingPrompt prompt_;
     std::unique_ptr<MainView> view_;
+    ScratchFiles scratch_;
 };
 
 TEST_F(MainViewTest, StartsWithThePanelsInCreationOrderAndReportsTheOfflineCommands) {
@@ -509,12 +533,13 @@ TEST_F(MainViewTest, TheCustomiseDialogChangesTheOrderAndAppliesItsTranslation) 
     ASSERT_TRUE(dialog.closed());
     EXPECT_EQ(dialog.result(), (std::vector<int>{34002, 34008, 0, 34001}));
 
-    WriteFile(ProgramFolder() + "\\language\\xx\\Corvid.srml",
-              "<lang><define><item id=\"IDD_CUSTOMISE\" value=\"36200\"/>"
-              "<item id=\"IDC_RESET\" value=\"1010\"/></define>"
-              "<dialog id=\"IDD_CUSTOMISE\" caption=\"Werkzeugleiste\">"
-              "<item id=\"IDC_RESET\" label=\"Zur&uuml;ck\" position=\"7,150\"/></dialog></lang>");
-    ASSERT_TRUE(corvid::Language().Load("xx-yy"));
+    scratch_.Write(
+        ProgramFolder() + "\\language\\testxx\\Corvid.srml",
+        "<lang><define><item id=\"IDD_CUSTOMISE\" value=\"36200\"/>"
+        "<item id=\"IDC_RESET\" value=\"1010\"/></define>"
+        "<dialog id=\"IDD_CUSTOMISE\" caption=\"Werkzeugleiste\">"
+        "<item id=\"IDC_RESET\" label=\"Zur&uuml;ck\" position=\"7,150\"/></dialog></lang>");
+    ASSERT_TRUE(corvid::Language().Load("testxx-yy"));
     shell::CustomiseDialog translated({});
     window = translated.CreateModeless(nullptr);
     EXPECT_EQ(WindowText(window), "Werkzeugleiste");
@@ -524,15 +549,16 @@ TEST_F(MainViewTest, TheCustomiseDialogChangesTheOrderAndAppliesItsTranslation) 
 }
 
 TEST_F(MainViewTest, SetLanguageWithRefreshRetextsTabsStatusAndMenus) {
-    WriteFile(ProgramFolder() + "\\language\\zz\\Corvid.srml",
-              "<lang><define><item id=\"IDS_SEARCH\" value=\"36121\"/>"
-              "<item id=\"IDS_NODES\" value=\"33001\"/><item id=\"IDS_CONNECT\" value=\"36101\"/>"
-              "</define><string><item id=\"IDS_SEARCH\" value=\"Suche\"/>"
-              "<item id=\"IDS_NODES\" value=\"%d Knoten\"/>"
-              "<item id=\"IDS_CONNECT\" value=\"&amp;Verbinden\"/></string></lang>");
+    scratch_.Write(
+        ProgramFolder() + "\\language\\testzz\\Corvid.srml",
+        "<lang><define><item id=\"IDS_SEARCH\" value=\"36121\"/>"
+        "<item id=\"IDS_NODES\" value=\"33001\"/><item id=\"IDS_CONNECT\" value=\"36101\"/>"
+        "</define><string><item id=\"IDS_SEARCH\" value=\"Suche\"/>"
+        "<item id=\"IDS_NODES\" value=\"%d Knoten\"/>"
+        "<item id=\"IDS_CONNECT\" value=\"&amp;Verbinden\"/></string></lang>");
     MainView& view = Attach();
     view.SetStatusCounter(shell::kPaneNodes, 4);
-    view.SetLanguageByName("zz", true);
+    view.SetLanguageByName("testzz", true);
     EXPECT_GE(TabIndex("Suche"), 0);
     EXPECT_EQ(Pane(2), "4 Knoten");
     EXPECT_EQ(host_->menusChanged, 1);
@@ -542,14 +568,15 @@ TEST_F(MainViewTest, SetLanguageWithRefreshRetextsTabsStatusAndMenus) {
 }
 
 TEST_F(MainViewTest, ApplySkinPaintsFromTheRecordAndRelaysOutWhenAsked) {
-    WriteFile(ProgramFolder() + "\\skin\\Night\\Corvid.xml",
-              "<skin><tabbar backcolor=\"#203040\"/><statusbar backcolor=\"#101010\"/></skin>");
+    scratch_.Write(
+        ProgramFolder() + "\\skin\\test-night\\Corvid.xml",
+        "<skin><tabbar backcolor=\"#203040\"/><statusbar backcolor=\"#101010\"/></skin>");
     MainView& view = Attach();
     ASSERT_TRUE(view.Toolbar(tab_));
-    view.ApplySkinByName("Night", false);
+    view.ApplySkinByName("test-night", false);
     EXPECT_EQ(GlobalSkin().tabbar.backColor, 0x203040);
     EXPECT_EQ(host_->layouts, 0);
-    view.ApplySkinByName("Night", true);
+    view.ApplySkinByName("test-night", true);
     EXPECT_EQ(host_->layouts, 1);
     view.ApplySkinByName("Missing", true);
     EXPECT_EQ(GlobalSkin().tabbar.backColor, kNoColour);
