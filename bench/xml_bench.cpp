@@ -166,6 +166,15 @@ int main(int argc, char** argv) {
     const bool quick = argc > 1 && std::string(argv[1]) == "--quick";
     const std::string skin = SkinLikeFile();
     const std::string large = GeneratedDocument(50u * 1000 * 1000);
+    // "--once corvid" or "--once pugixml": one parse of the large document by one parser, for
+    // counting its instructions and page faults with outside tools.
+    if (argc > 2 && std::string(argv[1]) == "--once") {
+        std::size_t checksum = 0;
+        const double seconds = std::string(argv[2]) == "corvid" ? OursOnce(large, 1, checksum)
+                                                                : PugiOnce(large, 1, checksum);
+        std::printf("%s: %.1f MB/s\n", argv[2], large.size() / 1e6 / seconds);
+        return checksum == 0;
+    }
     std::printf(
         "xml parse throughput (corvid mask 0x3BDE; pugixml parse_default & ~parse_escapes)\n");
     char label[96];

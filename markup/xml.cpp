@@ -195,46 +195,35 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     return s;
 }
 
-bool HasAttributes(XmlNodeKind kind) {
-    return kind == kXmlElement || kind == kXmlProcessingInstruction || kind == kXmlDocType;
-}
-bool HasChildren(XmlNodeKind kind) {
-    return kind == kXmlDocument || kind == kXmlElement || kind == kXmlDocType;
-}
-
 void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
-    const bool attributes = HasAttributes(kind);
-    const bool children = HasChildren(kind);
     *node = XmlNode{nullptr,
                     nullptr,
-                    1,
+                    nullptr,
+                    nullptr,
+                    nullptr,
+                    0,
+                    0,
+                    0,
+                    0,
                     kind,
-                    0,
-                    attributes ? 1u : 0u,
-                    attributes ? &node->firstAttributeSlot : nullptr,
-                    0,
-                    children ? 1u : 0u,
-                    children ? &node->firstChildSlot : nullptr,
-                    nullptr,
                     1,
-                    pooled,
+                    1,
+                    static_cast<std::uint8_t>(pooled),
                     0,
                     0,
-                    0,
-                    nullptr,
-                    nullptr};
+                    0};
 }
 
-// Grows a tree-building array of pointers by one slot. The first slot may live inside the node,
-// and an array from a parse's pool is never freed on its own.
+// Grows a tree-building array of pointers by one slot. An array from a parse's pool is never
+// freed on its own.
 template <typename T>
-bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, T** inlineSlot,
+bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity,
                std::uint8_t& pooledArray) {
     if (capacity == UINT32_MAX) {
         return false;
     }
     const std::uint32_t newCapacity = capacity + 1;
-    const bool ownArray = array != nullptr && array != inlineSlot && !pooledArray;
+    const bool ownArray = array != nullptr && !pooledArray;
     T** grown;
     if (!ownArray) {
         grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
@@ -259,7 +248,7 @@ bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity, T** inl
 bool AddChild(XmlNode* parent, XmlNode* child) {
     if (parent->childCount == parent->childCapacity &&
         !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   &parent->firstChildSlot, parent->childrenPooled)) {
+                   parent->childrenPooled)) {
         return false;
     }
     parent->children[parent->childCount++] = child;
@@ -270,7 +259,7 @@ bool AddChild(XmlNode* parent, XmlNode* child) {
 bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
     if (node->attributeCount == node->attributeCapacity &&
         !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   &node->firstAttributeSlot, node->attributesPooled)) {
+                   node->attributesPooled)) {
         return false;
     }
     node->attributes[node->attributeCount++] = attribute;
@@ -293,10 +282,10 @@ void FreeNodeRecord(XmlNode* node) {
     for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
         FreeAttribute(node->attributes[i]);
     }
-    if (node->attributes != &node->firstAttributeSlot && !node->attributesPooled) {
+    if (!node->attributesPooled) {
         std::free(node->attributes);
     }
-    if (node->children != &node->firstChildSlot && !node->childrenPooled) {
+    if (!node->childrenPooled) {
         std::free(node->children);
     }
     if (!node->nameInPlace) {
@@ -458,22 +447,29 @@ public:
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
-    void* Allocate(std::size_t size) {
-        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
-        if (static_cast<std::size_t>(poolEnd_ - poolNext_) < size && !NewPoolBlock(size)) {
-            return nullptr;
-        }
-        void* memory = poolNext_;
-        poolNext_ += size;
-        return memory;
-    }
+    void* Allocate(std::size_t size) { return AllocateFrom(poolNext_, poolEnd_, size); }
+
+    // Arrays of pointers come from a region of their own, so that the array handed out last is
+    // usually still at its region's end when it fills up and can grow where it stands: the
+    // attributes of one tag, or the children of an element whose children have no arrays.
+    void* AllocateArray(std::size_t size) { return AllocateFrom(arrayNext_, arrayEnd_, size); }
 
 private:
     static constexpr std::size_t kBlockHeader =
         (sizeof(XmlDocument::PoolBlock) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
 
+    void* AllocateFrom(char*& next, char*& end, std::size_t size) {
+        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+        if (static_cast<std::size_t>(end - next) < size && !NewPoolBlock(size, next, end)) {
+            return nullptr;
+        }
+        void* memory = next;
+        next += size;
+        return memory;
+    }
+
     // Blocks double from 16 KB up to 4 MB, and are never smaller than the request.
-    bool NewPoolBlock(std::size_t size) {
+    bool NewPoolBlock(std::size_t size, char*& next, char*& end) {
         XmlDocument::PoolBlock* block = document_.pool_;
         std::size_t capacity =
             block ? std::min<std::size_t>(block->capacity * 2, 4 << 20) : 16 << 10;
@@ -485,8 +481,8 @@ private:
         fresh->next = block;
         fresh->capacity = capacity;
         document_.pool_ = fresh;
-        poolNext_ = reinterpret_cast<char*>(fresh) + kBlockHeader;
-        poolEnd_ = poolNext_ + capacity;
+        next = reinterpret_cast<char*>(fresh) + kBlockHeader;
+        end = next + capacity;
         return true;
     }
 
@@ -498,7 +494,7 @@ private:
         InitNode(node, kind, true);
         if (parent->childCount == parent->childCapacity &&
             !GrowPooled(parent->children, parent->childCount, parent->childCapacity,
-                        parent->childrenPooled)) {
+                        parent->childrenPooled, false)) {
             return nullptr;
         }
         parent->children[parent->childCount++] = node;
@@ -511,29 +507,39 @@ private:
         if (!attribute) {
             return nullptr;
         }
-        *attribute = XmlAttribute{name, 1, value, 1, 1};
+        *attribute = XmlAttribute{name, value, 1, 1, 1};
         if (node->attributeCount == node->attributeCapacity &&
             !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
-                        node->attributesPooled)) {
+                        node->attributesPooled, true)) {
             return nullptr;
         }
         node->attributes[node->attributeCount++] = attribute;
         return attribute;
     }
 
-    // Moves a full array of a node being parsed into the pool, grown to eight slots at least and
+    // Grows a full array of a node being parsed by one slot where it stands when it is the last
+    // thing in the array region; otherwise moves it there, grown to eight slots at least and
     // otherwise by the document's step or by the present capacity, whichever is larger, so that a
-    // flat list of a million elements costs no more than a deep one. Arrays met here are always
-    // the node's own first slot or pooled ones.
+    // flat list of a million elements costs no more than a deep one. A tag's attributes, which
+    // stay at the region's end while the tag is read, move with room for one more only. Arrays
+    // met here are always the node's own first slot or pooled ones.
     template <typename T>
     bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
-                    std::uint8_t& pooledArray) {
+                    std::uint8_t& pooledArray, bool exact) {
+        if (pooledArray && reinterpret_cast<char*>(array + capacity) == arrayNext_ &&
+            static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(T*) &&
+            capacity < UINT32_MAX) {
+            arrayNext_ += sizeof(T*);
+            ++capacity;
+            return true;
+        }
         std::uint64_t target = capacity + std::max<std::uint64_t>(growStep_, capacity);
-        target = std::min<std::uint64_t>(std::max<std::uint64_t>(target, 8), UINT32_MAX);
+        target = std::min<std::uint64_t>(
+            exact ? std::uint64_t{count} + 1 : std::max<std::uint64_t>(target, 8), UINT32_MAX);
         if (target <= capacity) {
             return false;
         }
-        auto** grown = static_cast<T**>(Allocate(sizeof(T*) * target));
+        auto** grown = static_cast<T**>(AllocateArray(sizeof(T*) * target));
         if (!grown) {
             return false;
         }
@@ -618,8 +624,10 @@ private:
     std::uint32_t options_;
     std::uint32_t growStep_;
     char* readable_; // the NUL after the document's text: every byte before it may be read
-    char* poolNext_ = nullptr; // the free part of the newest pool block
+    char* poolNext_ = nullptr; // the free part of the newest pool block for records
     char* poolEnd_ = nullptr;
+    char* arrayNext_ = nullptr; // and of the newest one for arrays
+    char* arrayEnd_ = nullptr;
 
 public:
     bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
@@ -1208,7 +1216,7 @@ XmlAttribute* XmlBranch::AttributeOrAdd(const char* name) const {
         return nullptr;
     }
     MarkHeapBelow(node_);
-    *attribute = XmlAttribute{nullptr, 0, nullptr, 0, 0};
+    *attribute = XmlAttribute{nullptr, nullptr, 0, 0, 0};
     if (!AssignString(attribute->name, attribute->nameInPlace, name) ||
         !AssignString(attribute->value, attribute->valueInPlace, "") ||
         !AddAttribute(node_, attribute)) {

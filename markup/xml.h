@@ -53,8 +53,8 @@ inline constexpr std::uint32_t kXmlStandardReader = 0x3BDE;
 
 struct XmlAttribute {
     char* name;
-    std::uint8_t nameInPlace; // 1: points into the document's buffer (or null), never freed
     char* value;
+    std::uint8_t nameInPlace; // 1: points into the document's buffer (or null), never freed
     std::uint8_t valueInPlace;
     std::uint8_t pooled; // the record itself lives in the document's pool
 };
@@ -62,24 +62,21 @@ struct XmlAttribute {
 struct XmlNode {
     XmlNode* parent; // the Document node is its own parent
     char* name;
-    std::uint8_t nameInPlace;
-    XmlNodeKind kind;
+    char* value;
+    XmlAttribute** attributes;
+    XmlNode** children;
     std::uint32_t attributeCount;
     std::uint32_t attributeCapacity;
-    XmlAttribute** attributes;
     std::uint32_t childCount;
     std::uint32_t childCapacity;
-    XmlNode** children;
-    char* value;
+    XmlNodeKind kind;
+    std::uint8_t nameInPlace;
     std::uint8_t valueInPlace;
-    // Bookkeeping: where the record lives, and the first slot of each array, so that most nodes
-    // need no array of their own.
+    // Bookkeeping: where the record and its arrays live.
     std::uint8_t pooled;
     std::uint8_t attributesPooled;
     std::uint8_t childrenPooled;
     std::uint8_t heapBelow; // on the Document node: some node of the tree owns heap memory
-    XmlAttribute* firstAttributeSlot;
-    XmlNode* firstChildSlot;
 };
 
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a

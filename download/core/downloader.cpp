@@ -7,6 +7,7 @@
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
 #include <cctype>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -139,6 +140,22 @@ private:
         double speed = 0; // bytes per second
         bool contributed = false;
         Clock::time_point lastActivity;
+        // While the finished file is cross-checked: fetching bytes already on disk to compare
+        // them, either a piece of a suspect's or the span two sources disagree on.
+        enum class Check { None, Piece, Dispute };
+        Check check = Check::None;
+        std::uint32_t checkWriter = 0;
+        std::string fetched;
+    };
+
+    // Two sources that sent different bytes for the same span, waiting for a third to decide.
+    struct Dispute {
+        ByteSpan span;
+        std::string challengerBytes; // what the challenger sent; the writer's are on disk
+        std::uint32_t writer = 0;
+        std::uint32_t challenger = 0;
+        std::vector<std::uint32_t> asked;
+        bool busy = false;
     };
 
     void emit(EventCode code, std::uint32_t source = 0, std::string text = {},
@@ -165,6 +182,16 @@ private:
     void learnLength(std::uint64_t length);
     void checkAlive();
     void finishSuccessfully();
+    std::optional<bool> hashMatches();
+    void complete();
+    void failMismatch();
+    bool startVerifying();
+    void nextCheck(Source& source);
+    void endCheck(Source& source);
+    void abandonCheck(Source& source);
+    void advanceChecks();
+    void convict(std::uint32_t id);
+    void release(Source& source);
     void fatal(std::uint32_t source, int error);
     void shutdown(Ending ending);
     void onTick();
@@ -198,6 +225,20 @@ private:
     Clock::time_point lastProgress_;
     Clock::time_point lastTick_;
     double speed_ = 0;
+
+    // Cross-checking after the finished file failed its SHA1. Without piece hashes, the only
+    // witness against a source is another source: the bytes are fetched again from others and
+    // compared, taking the writers' pieces in turn from the front of each one's bytes so that no
+    // writer waits behind another's whole share, and a third source settles any disagreement.
+    struct Piece {
+        ByteSpan span;
+        std::uint32_t writer = 0;
+    };
+    bool verifying_ = false;
+    bool fixedSinceHash_ = false;
+    std::map<std::uint32_t, RangeSet> wroteBy_; // 0: bytes on disk from an earlier run
+    std::deque<Piece> pieces_;                  // not handed out yet
+    std::optional<Dispute> dispute_;
 
     std::atomic<std::int32_t> transferring_{0};
     std::atomic<std::int32_t> speedInfo_{0};
@@ -333,6 +374,7 @@ void DownloadSession::openFiles() {
         plan_.setLength(record->length);
         for (ByteSpan span : record->done) {
             plan_.markDone({span.begin, std::min(span.end, *onDisk)});
+            wroteBy_[0].add({span.begin, std::min(span.end, *onDisk)});
         }
     }
     doneAtStart_ = plan_.done().total();
@@ -444,17 +486,28 @@ std::uint64_t DownloadSession::requestSize(const Source& source) const {
 }
 
 void DownloadSession::nextRequest(Source& source) {
+    if (verifying_) {
+        nextCheck(source);
+        return;
+    }
     if (plan_.complete()) {
         source.phase = Phase::Finished;
         return;
     }
     if (!plan_.length()) {
-        const bool someoneProbing = std::any_of(sources_.begin(), sources_.end(),
-                                                [](auto& entry) { return entry.second->probing; });
-        if (someoneProbing) {
-            source.phase = Phase::Parked;
-            publishCounters();
-            return;
+        const auto prober = std::find_if(sources_.begin(), sources_.end(),
+                                         [](auto& entry) { return entry.second->probing; });
+        if (prober != sources_.end()) {
+            Source& other = *prober->second;
+            if (Clock::now() - other.lastActivity <= options_.stallTime) {
+                source.phase = Phase::Parked;
+                publishCounters();
+                return;
+            }
+            // The first to ask has said nothing yet: someone else asks, and should the first
+            // answer after all, the length is learnt from it just the same.
+            other.probing = false;
+            plan_.release(other.id);
         }
         source.probing = true;
         const ByteSpan span{0, options_.minRequest};
@@ -465,11 +518,14 @@ void DownloadSession::nextRequest(Source& source) {
     auto span = plan_.claimFree(source.id, requestSize(source));
     if (!span) {
         const auto now = Clock::now();
-        span = plan_.steal(source.id, options_.minRequest / 2, options_.maxRequest,
+        span = plan_.steal(source.id, options_.minRequest / 2, options_.maxRequest, source.speed,
                            [this, now](std::uint32_t owner) {
                                const auto it = sources_.find(owner);
-                               return it != sources_.end() &&
-                                      now - it->second->lastActivity > options_.stallTime;
+                               if (it == sources_.end() ||
+                                   now - it->second->lastActivity > options_.stallTime) {
+                                   return -1.0;
+                               }
+                               return it->second->speed;
                            });
     }
     if (!span) {
@@ -542,7 +598,7 @@ void DownloadSession::onRead(Source& source, const asio::error_code& error, std:
         }
         if (nothingYet) {
             // The server closed an idle keep-alive connection: open another at once.
-            plan_.release(source.id);
+            release(source);
             dropConnection(source);
             connect(source);
             return;
@@ -603,7 +659,7 @@ bool DownloadSession::onHead(Source& source) {
         if (ended_) {
             return false;
         }
-        plan_.release(source.id);
+        release(source);
         dropConnection(source);
         connect(source);
         return false;
@@ -619,7 +675,7 @@ bool DownloadSession::onHead(Source& source) {
                                : std::nullopt;
         if (range && range->total && !plan_.length() && source.probing) {
             source.probing = false;
-            plan_.release(source.id);
+            release(source);
             learnLength(*range->total);
             if (ended_) {
                 return false;
@@ -706,6 +762,26 @@ bool DownloadSession::onBody(Source& source, std::string_view body) {
     source.bodyOffset += body.size();
     source.received += body.size();
     source.bytesThisTick += body.size();
+    if (source.check != Source::Check::None) {
+        // Only the asked bytes count, wherever the server's answer began.
+        const std::uint64_t want = source.asked.begin + source.fetched.size();
+        if (source.bodyOffset > want && offset <= want && want < source.asked.end) {
+            const std::uint64_t until = std::min(source.bodyOffset, source.asked.end);
+            source.fetched.append(body.substr(static_cast<std::size_t>(want - offset),
+                                              static_cast<std::size_t>(until - want)));
+        }
+        const bool bodyEnds = source.parser.bodyRemaining() && *source.parser.bodyRemaining() == 0;
+        if (source.fetched.size() == source.asked.size() && !bodyEnds) {
+            // The rest of the answer is not needed: rather than drain it, start afresh.
+            endCheck(source);
+            if (!ended_ && source.phase != Phase::Failed) {
+                dropConnection(source);
+                connect(source);
+            }
+            return false;
+        }
+        return true;
+    }
     const auto claim = plan_.claimOf(source.id);
     if (claim && source.bodyOffset > claim->next && offset <= claim->next) {
         const std::uint64_t begin = claim->next;
@@ -716,6 +792,7 @@ bool DownloadSession::onBody(Source& source, std::string_view body) {
             return false;
         }
         source.contributed = true;
+        wroteBy_[source.id].add({begin, end});
         bytesSinceSave_ += end - begin;
         plan_.recordWritten(source.id, {begin, end});
         if (plan_.complete()) {
@@ -746,6 +823,12 @@ void DownloadSession::onResponseDone(Source& source, bool leftover) {
             return;
         }
     }
+    if (source.check != Source::Check::None) {
+        endCheck(source);
+        if (ended_ || source.phase == Phase::Failed) {
+            return;
+        }
+    }
     // A claim still open means the server sent less than it was asked for: ask again.
     const HttpResponseHead& head = source.parser.head();
     const auto connection = head.find("Connection");
@@ -771,14 +854,14 @@ void DownloadSession::dropConnection(Source& source) {
 }
 
 void DownloadSession::failed(Source& source, std::chrono::milliseconds delay) {
-    plan_.release(source.id);
+    release(source);
     dropConnection(source);
     if (++source.failures >= options_.maxAttempts) {
         giveUp(source, false);
         return;
     }
     if (delay.count() < 0) {
-        delay = options_.retryDelay;
+        delay = options_.retryDelay * (1 << std::min(source.failures - 1, 10));
     }
     delay = std::min(std::max(delay, options_.retryDelay),
                      std::max(options_.maxRetryDelay, options_.retryDelay));
@@ -803,7 +886,7 @@ void DownloadSession::retryLater(Source& source, std::chrono::milliseconds delay
 }
 
 void DownloadSession::giveUp(Source& source, bool invalid) {
-    plan_.release(source.id);
+    release(source);
     dropConnection(source);
     source.phase = Phase::Failed;
     publishCounters();
@@ -864,6 +947,48 @@ void DownloadSession::checkAlive() {
 }
 
 void DownloadSession::finishSuccessfully() {
+    if (!file_.truncate(*plan_.length())) {
+        fatal(0, kErrorWriteFailed);
+        return;
+    }
+    const auto matches = hashMatches();
+    if (!matches) {
+        fatal(0, kErrorWriteFailed);
+        return;
+    }
+    if (*matches) {
+        complete();
+    } else if (!startVerifying()) {
+        failMismatch();
+    }
+}
+
+std::optional<bool> DownloadSession::hashMatches() {
+    std::optional<Sha1Digest> expected;
+    {
+        std::lock_guard guard(lock_);
+        expected = sha1_;
+    }
+    if (!expected) {
+        return true;
+    }
+    const std::uint64_t length = *plan_.length();
+    Sha1 hasher;
+    std::vector<char> buffer(1 << 20);
+    for (std::uint64_t offset = 0; offset < length;) {
+        const auto got = file_.readAt(
+            offset, buffer.data(),
+            static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), length - offset)));
+        if (!got || *got == 0) {
+            return std::nullopt;
+        }
+        hasher.Update(std::span(reinterpret_cast<const std::uint8_t*>(buffer.data()), *got));
+        offset += *got;
+    }
+    return hasher.Finish() == *expected;
+}
+
+void DownloadSession::complete() {
     for (auto& [id, source] : sources_) {
         if (source->socket.is_open()) {
             dropConnection(*source);
@@ -872,48 +997,9 @@ void DownloadSession::finishSuccessfully() {
         }
         source->phase = Phase::Finished;
     }
-    const std::uint64_t length = *plan_.length();
-    bool good = file_.truncate(length);
-    std::optional<Sha1Digest> expected;
-    {
-        std::lock_guard guard(lock_);
-        expected = sha1_;
-    }
-    if (good && expected) {
-        Sha1 hasher;
-        std::vector<char> buffer(1 << 20);
-        for (std::uint64_t offset = 0; offset < length;) {
-            const auto got = file_.readAt(
-                offset, buffer.data(),
-                static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), length - offset)));
-            if (!got || *got == 0) {
-                good = false;
-                break;
-            }
-            hasher.Update(std::span(reinterpret_cast<const std::uint8_t*>(buffer.data()), *got));
-            offset += *got;
-        }
-        if (good && hasher.Finish() != *expected) {
-            // Which source lied cannot be told without per-piece hashes: every source that
-            // wrote into the file is blamed, and the bytes are thrown away.
-            for (auto& [id, source] : sources_) {
-                if (source->contributed) {
-                    emit(EventCode::HttpError, id, "SHA1 mismatch", kErrorSha1Mismatch);
-                    emit(EventCode::InvalidSource, id);
-                    source->phase = Phase::Failed;
-                }
-            }
-            file_.close();
-            std::error_code ignored;
-            std::filesystem::remove(paths_.rangeMap, ignored);
-            emit(EventCode::NoValidSource);
-            shutdown(Ending::Close);
-            return;
-        }
-    }
     file_.close();
     std::error_code error;
-    if (good && paths_.partial != paths_.target) {
+    if (paths_.partial != paths_.target) {
         std::filesystem::rename(paths_.partial, paths_.target, error);
         if (error) {
             std::filesystem::copy_file(paths_.partial, paths_.target,
@@ -922,16 +1008,258 @@ void DownloadSession::finishSuccessfully() {
                 std::filesystem::remove(paths_.partial, error);
             }
         }
-        good = !error;
-    }
-    if (!good) {
-        fatal(0, kErrorWriteFailed);
-        return;
+        if (error) {
+            fatal(0, kErrorWriteFailed);
+            return;
+        }
     }
     std::filesystem::remove(paths_.rangeMap, error);
     percent_ = 100;
     emit(EventCode::Succeeded);
     shutdown(Ending::Close);
+}
+
+void DownloadSession::failMismatch() {
+    // Nobody could be shown to have lied: every source that wrote into the file is blamed, and
+    // the bytes are thrown away.
+    for (auto& [id, source] : sources_) {
+        dropConnection(*source);
+        if (source->contributed && source->phase != Phase::Failed) {
+            emit(EventCode::HttpError, id, "SHA1 mismatch", kErrorSha1Mismatch);
+            emit(EventCode::InvalidSource, id);
+            source->phase = Phase::Failed;
+        }
+    }
+    file_.close();
+    std::error_code ignored;
+    std::filesystem::remove(paths_.rangeMap, ignored);
+    emit(EventCode::NoValidSource);
+    shutdown(Ending::Close);
+}
+
+bool DownloadSession::startVerifying() {
+    // Someone must fetch each writer's bytes again, and a third settle a disagreement.
+    const auto live = std::count_if(sources_.begin(), sources_.end(), [](auto& entry) {
+        return entry.second->phase != Phase::Failed;
+    });
+    if (live < 3 || wroteBy_.empty()) {
+        return false;
+    }
+    verifying_ = true;
+    const std::uint64_t size =
+        std::clamp<std::uint64_t>(1 << 20, options_.minRequest, options_.maxRequest);
+    std::vector<std::deque<Piece>> byWriter;
+    for (const auto& [writer, spans] : wroteBy_) {
+        auto& pieces = byWriter.emplace_back();
+        for (ByteSpan span : spans.spans()) {
+            for (std::uint64_t at = span.begin; at < span.end; at += size) {
+                pieces.push_back({{at, std::min(span.end, at + size)}, writer});
+            }
+        }
+    }
+    for (bool more = true; more;) {
+        more = false;
+        for (auto& pieces : byWriter) {
+            if (!pieces.empty()) {
+                pieces_.push_back(pieces.front());
+                pieces.pop_front();
+                more = true;
+            }
+        }
+    }
+    for (auto& [id, source] : sources_) {
+        // Idle connections carry on; one cut off in the middle of a response starts afresh.
+        if (source->phase == Phase::Parked || source->phase == Phase::Finished) {
+            nextRequest(*source);
+        } else if (source->phase == Phase::Receiving) {
+            dropConnection(*source);
+            connect(*source);
+        }
+        if (ended_) {
+            return true;
+        }
+    }
+    return true;
+}
+
+void DownloadSession::nextCheck(Source& source) {
+    if (dispute_ && !dispute_->busy &&
+        std::find(dispute_->asked.begin(), dispute_->asked.end(), source.id) ==
+            dispute_->asked.end()) {
+        dispute_->busy = true;
+        dispute_->asked.push_back(source.id);
+        source.check = Source::Check::Dispute;
+        sendRequest(source, dispute_->span);
+        return;
+    }
+    const auto piece = std::find_if(pieces_.begin(), pieces_.end(),
+                                    [&](const Piece& p) { return p.writer != source.id; });
+    if (piece != pieces_.end()) {
+        const Piece taken = *piece;
+        pieces_.erase(piece);
+        source.check = Source::Check::Piece;
+        source.checkWriter = taken.writer;
+        sendRequest(source, taken.span);
+        return;
+    }
+    // Nothing left to hand out: a check held by a source gone quiet is taken off it.
+    const auto now = Clock::now();
+    for (auto& [id, other] : sources_) {
+        if (other->check != Source::Check::None && other.get() != &source &&
+            now - other->lastActivity > options_.stallTime) {
+            emit(EventCode::TimedOut, id);
+            if (ended_) {
+                return;
+            }
+            failed(*other);
+            // Failing it wakes parked sources, this one among them perhaps.
+            if (!ended_ && source.check == Source::Check::None) {
+                nextCheck(source);
+            }
+            return;
+        }
+    }
+    source.phase = Phase::Parked;
+    publishCounters();
+}
+
+void DownloadSession::endCheck(Source& source) {
+    const auto kind = source.check;
+    const ByteSpan span = source.asked;
+    std::string theirs = std::move(source.fetched);
+    source.check = Source::Check::None;
+    source.fetched.clear();
+    std::string ours(static_cast<std::size_t>(span.size()), '\0');
+    const auto got = file_.readAt(span.begin, ours.data(), ours.size());
+    if (theirs.size() != ours.size() || !got || *got != ours.size()) {
+        // Answered short: the work goes back for someone to do.
+        source.check = kind;
+        source.fetched.clear();
+        abandonCheck(source);
+        advanceChecks();
+        return;
+    }
+    if (kind == Source::Check::Piece) {
+        const auto first = std::mismatch(ours.begin(), ours.end(), theirs.begin());
+        if (first.first != ours.end()) {
+            if (dispute_) {
+                // One disagreement at a time: this piece waits for the one being settled.
+                pieces_.push_back({span, source.checkWriter});
+            } else {
+                const auto last = std::mismatch(ours.rbegin(), ours.rend(), theirs.rbegin());
+                const auto from = static_cast<std::size_t>(first.first - ours.begin());
+                const auto to = ours.size() - static_cast<std::size_t>(last.first - ours.rbegin());
+                dispute_ = Dispute{{span.begin + from, span.begin + to},
+                                   theirs.substr(from, to - from),
+                                   source.checkWriter,
+                                   source.id,
+                                   {source.checkWriter, source.id},
+                                   false};
+                wakeParked();
+                if (ended_) {
+                    return;
+                }
+            }
+        }
+        advanceChecks();
+        return;
+    }
+    Dispute& dispute = *dispute_;
+    dispute.busy = false;
+    if (theirs == dispute.challengerBytes) {
+        // Two against the writer: its bytes are replaced by theirs.
+        if (!file_.writeAt(dispute.span.begin, theirs.data(), theirs.size())) {
+            fatal(source.id, kErrorWriteFailed);
+            return;
+        }
+        fixedSinceHash_ = true;
+        const std::uint32_t writer = dispute.writer;
+        dispute_.reset();
+        convict(writer);
+    } else if (theirs == ours) {
+        const std::uint32_t challenger = dispute.challenger;
+        dispute_.reset();
+        convict(challenger);
+    }
+    // Agreeing with neither, this source is one more voice: another is asked.
+    if (!ended_) {
+        advanceChecks();
+    }
+}
+
+void DownloadSession::abandonCheck(Source& source) {
+    if (source.check == Source::Check::Piece) {
+        pieces_.push_front({source.asked, source.checkWriter});
+    } else if (source.check == Source::Check::Dispute && dispute_) {
+        dispute_->busy = false;
+        std::erase(dispute_->asked, source.id);
+    }
+    source.check = Source::Check::None;
+    source.fetched.clear();
+}
+
+void DownloadSession::advanceChecks() {
+    if (!verifying_ || ended_) {
+        return;
+    }
+    if (fixedSinceHash_) {
+        fixedSinceHash_ = false;
+        const auto matches = hashMatches();
+        if (!matches) {
+            fatal(0, kErrorWriteFailed);
+            return;
+        }
+        if (*matches) {
+            complete();
+            return;
+        }
+    }
+    const bool inFlight = std::any_of(sources_.begin(), sources_.end(), [](auto& entry) {
+        return entry.second->check != Source::Check::None;
+    });
+    if (inFlight) {
+        return;
+    }
+    if (pieces_.empty() && !dispute_) {
+        failMismatch();
+        return;
+    }
+    // Nothing under way: the waiting work must have someone left who may do it.
+    const auto canDo = [&](std::uint32_t id) {
+        if (dispute_) {
+            return std::find(dispute_->asked.begin(), dispute_->asked.end(), id) ==
+                   dispute_->asked.end();
+        }
+        return std::any_of(pieces_.begin(), pieces_.end(),
+                           [id](const Piece& piece) { return piece.writer != id; });
+    };
+    const bool someone = std::any_of(sources_.begin(), sources_.end(), [&](auto& entry) {
+        return entry.second->phase != Phase::Failed && canDo(entry.first);
+    });
+    if (!someone) {
+        failMismatch();
+    }
+}
+
+void DownloadSession::convict(std::uint32_t id) {
+    const auto it = sources_.find(id);
+    if (it == sources_.end() || it->second->phase == Phase::Failed) {
+        return;
+    }
+    Source& source = *it->second;
+    abandonCheck(source);
+    dropConnection(source);
+    source.phase = Phase::Failed;
+    publishCounters();
+    emit(EventCode::HttpError, id, "wrong bytes", kErrorSha1Mismatch);
+    if (!ended_) {
+        emit(EventCode::InvalidSource, id);
+    }
+}
+
+void DownloadSession::release(Source& source) {
+    plan_.release(source.id);
+    abandonCheck(source);
 }
 
 void DownloadSession::fatal(std::uint32_t source, int error) {
@@ -1010,9 +1338,10 @@ void DownloadSession::onTick() {
         const Phase phase = source->phase;
         const bool waitingForBytes = phase == Phase::Resolving || phase == Phase::Connecting ||
                                      phase == Phase::Requesting || phase == Phase::Receiving;
-        const auto limit = phase == Phase::Resolving || phase == Phase::Connecting
-                               ? options_.connectTimeout
-                               : options_.ioTimeout;
+        const auto limit =
+            phase == Phase::Resolving || phase == Phase::Connecting ? options_.connectTimeout
+            : phase == Phase::Requesting ? std::min(options_.headTimeout, options_.ioTimeout)
+                                         : options_.ioTimeout;
         if (waitingForBytes && now - source->lastActivity > limit) {
             emit(EventCode::TimedOut, id);
             if (ended_) {
@@ -1026,6 +1355,7 @@ void DownloadSession::onTick() {
     }
     // Sources with nothing to do look again: a quiet source's range may be theirs to take now.
     wakeParked();
+    advanceChecks();
     if (ended_) {
         return;
     }

@@ -75,12 +75,15 @@ struct DownloadOptions {
     std::chrono::milliseconds maxRetryDelay{60000}; // a server's Retry-After is capped at this
     std::chrono::milliseconds connectTimeout{20000};
     std::chrono::milliseconds ioTimeout{30000}; // silence allowed while waiting for bytes
+    // A server that took a request and has not begun its answer is given up on sooner: the
+    // lesser of this and ioTimeout.
+    std::chrono::milliseconds headTimeout{5000};
     // A source silent this long may see the rest of its range taken over by an idle source.
-    std::chrono::milliseconds stallTime{3000};
+    std::chrono::milliseconds stallTime{2000};
     std::chrono::milliseconds tick{250}; // progress reports, speed, time-outs, map saves
     std::chrono::milliseconds progressInterval{1000};
     std::chrono::milliseconds mapSaveInterval{1000};
-    int maxAttempts = 8; // failures in a row before a source is given up
+    int maxAttempts = 8; // failures in a row before a source is given up; each waits twice as long
     int maxRedirects = 5;
     std::uint64_t minRequest = 256 * 1024;
     std::uint64_t maxRequest = 64ull * 1024 * 1024;

@@ -55,14 +55,24 @@ std::optional<ByteSpan> SwarmPlan::claimFree(std::uint32_t owner, std::uint64_t 
 }
 
 std::optional<ByteSpan> SwarmPlan::steal(std::uint32_t owner, std::uint64_t minSize,
-                                         std::uint64_t maxSize,
-                                         const std::function<bool(std::uint32_t)>& stalled) {
+                                         std::uint64_t maxSize, double ownSpeed,
+                                         const std::function<double(std::uint32_t)>& speedOf) {
     release(owner);
+    // Seconds the owner still needs; a quiet owner never ends.
+    const auto finish = [&](const Claim& claim, double speed) {
+        const auto left = static_cast<double>(claim.end - claim.next);
+        return speed < 0 ? 1e300 : left / std::max(speed, 1.0);
+    };
     auto victim = claims_.end();
+    double victimSpeed = 0;
+    double victimFinish = -1;
     for (auto it = claims_.begin(); it != claims_.end(); ++it) {
-        if (victim == claims_.end() ||
-            it->second.end - it->second.next > victim->second.end - victim->second.next) {
+        const double speed = speedOf(it->first);
+        const double ends = finish(it->second, speed);
+        if (ends > victimFinish) {
             victim = it;
+            victimSpeed = speed;
+            victimFinish = ends;
         }
     }
     if (victim == claims_.end()) {
@@ -70,23 +80,23 @@ std::optional<ByteSpan> SwarmPlan::steal(std::uint32_t owner, std::uint64_t minS
     }
     Claim& claim = victim->second;
     const std::uint64_t left = claim.end - claim.next;
-    if (left >= 2 * minSize) {
-        const std::uint64_t middle = claim.next + left / 2;
-        const ByteSpan span{middle, std::min(claim.end, middle + maxSize)};
-        claim.end = middle;
+    if (victimSpeed < 0) {
+        const ByteSpan span{claim.next, std::min(claim.end, claim.next + maxSize)};
+        claims_.erase(victim);
         claims_[owner] = {span.begin, span.end};
         return span;
     }
-    for (auto it = claims_.begin(); it != claims_.end(); ++it) {
-        if (stalled(it->first)) {
-            const ByteSpan span{it->second.next,
-                                std::min(it->second.end, it->second.next + maxSize)};
-            claims_.erase(it);
-            claims_[owner] = {span.begin, span.end};
-            return span;
-        }
+    const double share =
+        victimSpeed > 0 && ownSpeed > 0 ? ownSpeed / (ownSpeed + victimSpeed) : 0.5;
+    const auto taken = static_cast<std::uint64_t>(static_cast<double>(left) * share);
+    if (taken < minSize || left - taken < minSize) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    const std::uint64_t middle = claim.end - taken;
+    const ByteSpan span{middle, std::min(claim.end, middle + maxSize)};
+    claim.end = middle;
+    claims_[owner] = {span.begin, span.end};
+    return span;
 }
 
 void SwarmPlan::claimExact(std::uint32_t owner, ByteSpan span) {

@@ -27,11 +27,14 @@ public:
 
     // A fresh span of at most `maxSize` bytes nobody holds, from the front of the file.
     std::optional<ByteSpan> claimFree(std::uint32_t owner, std::uint64_t maxSize);
-    // Takes the back half of the claim with the most bytes left, when both halves keep at least
-    // `minSize` bytes; the victim's claim shrinks. Failing that, takes over a whole claim whose
-    // owner `stalled` says has gone quiet. Used when nothing is free any more.
+    // Used when nothing is free any more: takes over the back of the claim that would end last
+    // at its owner's speed. `speedOf` gives an owner's bytes per second, 0 while unknown, or a
+    // negative number once the owner has gone quiet. A quiet owner loses its whole claim; a
+    // measured one keeps as much as lets both end together at the two speeds (half when a speed
+    // is unknown), when each part keeps at least `minSize` bytes. The victim's claim shrinks.
     std::optional<ByteSpan> steal(std::uint32_t owner, std::uint64_t minSize, std::uint64_t maxSize,
-                                  const std::function<bool(std::uint32_t)>& stalled);
+                                  double ownSpeed,
+                                  const std::function<double(std::uint32_t)>& speedOf);
     // Before the length is known: the start of the file, for the one source finding out the length.
     void claimExact(std::uint32_t owner, ByteSpan span);
 

@@ -15,6 +15,12 @@ protected:
         return [this](const HttpRequest& request, int) { return Reply::Range(content_, request); };
     }
 
+    FaultServer::Policy busyFirst() const {
+        return [this](const HttpRequest& request, int number) {
+            return number == 0 ? Reply::Status(503, "Busy") : Reply::Range(content_, request);
+        };
+    }
+
     // Runs a download of `target` from the given URLs to its end.
     void run(Download& download, const std::vector<std::string>& urls) {
         for (const auto& url : urls) {
@@ -78,6 +84,41 @@ TEST_F(Faults, StalledSourceTimesOutAndItsRangeGoesElsewhere) {
     run(download, {stalling.url(), good.url()});
     EXPECT_TRUE(succeeded());
     EXPECT_TRUE(sourceSaw(0, EventCode::TimedOut));
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+}
+
+TEST_F(Faults, ServerThatTakesTheRequestAndSaysNothingIsGivenUp) {
+    // The silence before an answer begins is bounded by the head time-out, well inside the
+    // general one that this download would otherwise wait out.
+    FaultServer silent(context_, [](const HttpRequest&, int) {
+        Reply reply;
+        reply.silent = true;
+        return reply;
+    });
+    DownloadOptions options = FastOptions();
+    options.ioTimeout = std::chrono::minutes(10);
+    options.headTimeout = std::chrono::milliseconds(100);
+    options.maxAttempts = 2;
+    Download download(context_, dir_.file("f"), options);
+    run(download, {silent.url()});
+    EXPECT_EQ(log_.count(EventCode::TimedOut), 2u);
+    EXPECT_TRUE(endedWithoutSource());
+}
+
+TEST_F(Faults, SilentSourceDoesNotHoldUpTheOthers) {
+    FaultServer silent(context_, [](const HttpRequest&, int) {
+        Reply reply;
+        reply.silent = true;
+        return reply;
+    });
+    FaultServer good(context_, serveAll());
+    DownloadOptions options = FastOptions();
+    options.ioTimeout = std::chrono::minutes(10);
+    options.headTimeout = std::chrono::minutes(10);
+    Download download(context_, dir_.file("f"), options);
+    run(download, {silent.url(), good.url(), silent.url("/again")});
+    EXPECT_TRUE(succeeded()) << "the silent sources' claims, and the first question about the "
+                                "length, are taken over once they have been quiet a while";
     EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
 }
 
@@ -195,6 +236,52 @@ TEST_F(Faults, WrongBytesFailTheSha1CheckAndSaySo) {
     EXPECT_TRUE(mismatch);
     EXPECT_FALSE(std::filesystem::exists(download.paths().rangeMap))
         << "bad bytes are not kept for a resume";
+}
+
+TEST_F(Faults, WrongBytesAreFoundByCrossCheckingAndFetchedAgain) {
+    // One source spoils a few bytes of its second answer; the finished file fails its SHA1,
+    // the spans are fetched again from others, and the liar alone is dropped. The honest ones
+    // are busy at first, so the liar surely writes; one of them ignores ranges and always sends
+    // the whole file.
+    FaultServer good1(context_, busyFirst());
+    FaultServer good2(context_, [this](const HttpRequest&, int number) {
+        if (number == 0) {
+            return Reply::Status(503, "Busy");
+        }
+        Reply reply;
+        reply.head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content_.size());
+        reply.body = content_;
+        return reply;
+    });
+    FaultServer liar(context_, [this](const HttpRequest& request, int number) {
+        Reply reply = Reply::Range(content_, request);
+        if (number == 1) {
+            reply.body[reply.body.size() / 3] ^= 0x55;
+            reply.body[reply.body.size() / 2] ^= 0x55;
+        }
+        return reply;
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {good1.url("/f" + urn()), liar.url("/f" + urn()), good2.url("/f" + urn())});
+    ASSERT_GE(liar.requests().size(), 2u) << "the liar must have answered twice to have lied";
+    EXPECT_TRUE(succeeded());
+    EXPECT_EQ(ReadWholeFile(dir_.file("f")), content_);
+    EXPECT_TRUE(sourceSaw(1, EventCode::InvalidSource));
+    EXPECT_FALSE(sourceSaw(0, EventCode::InvalidSource));
+    EXPECT_FALSE(sourceSaw(2, EventCode::InvalidSource));
+}
+
+TEST_F(Faults, LiarAmongTwoSourcesCannotBeToldApart) {
+    FaultServer good(context_, busyFirst());
+    FaultServer liar(context_, [this](const HttpRequest& request, int) {
+        Reply reply = Reply::Range(content_, request);
+        reply.body[0] ^= 0x55;
+        return reply;
+    });
+    Download download(context_, dir_.file("f"), FastOptions());
+    run(download, {good.url("/f" + urn()), liar.url("/f" + urn())});
+    EXPECT_FALSE(log_.has(EventCode::Succeeded));
+    EXPECT_TRUE(endedWithoutSource());
 }
 
 TEST_F(Faults, NotHttpAndNotFoundAreInvalidSources) {

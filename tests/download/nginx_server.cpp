@@ -24,7 +24,8 @@ bool Accepts(std::uint16_t port) {
 
 } // namespace
 
-NginxServer::NginxServer(const std::string& root, int ports) {
+NginxServer::NginxServer(const std::string& root, int ports,
+                         const std::vector<std::uint64_t>& limitRates) {
     if (::access(kNginx, X_OK) != 0) {
         return;
     }
@@ -49,7 +50,13 @@ NginxServer::NginxServer(const std::string& root, int ports) {
     }
     for (int i = 0; i < ports; ++i) {
         ports_.push_back(FreeLoopbackPort());
-        config << "  server { listen 127.0.0.1:" << ports_.back() << "; root " << root << "; }\n";
+        const auto index = static_cast<std::size_t>(i);
+        const std::uint64_t rate = index < limitRates.size() ? limitRates[index] : 0;
+        config << "  server { listen 127.0.0.1:" << ports_.back() << "; root " << root << ";";
+        if (rate > 0) {
+            config << " limit_rate " << rate << ";";
+        }
+        config << " }\n";
     }
     config << "}\n";
     WriteWholeFile(dir_.file("nginx.conf"), config.str());

@@ -33,11 +33,23 @@ TEST(SwarmPlan, StealsTheBackHalfOfTheLargestClaim) {
     plan.claimFree(2, 800);
     plan.recordWritten(1, {0, 200});
     EXPECT_FALSE(plan.claimOf(1)) << "a claim written to its end is gone";
-    const auto never = [](std::uint32_t) { return false; };
-    const auto stolen = plan.steal(1, 50, 1000, never);
+    const auto unknown = [](std::uint32_t) { return 0.0; };
+    const auto stolen = plan.steal(1, 50, 1000, 0, unknown);
     EXPECT_EQ(stolen, (ByteSpan{600, 1000}));
     EXPECT_EQ(plan.claimOf(2)->end, 600u);
-    EXPECT_EQ(plan.steal(3, 250, 1000, never), std::nullopt) << "too small to split";
+    EXPECT_EQ(plan.steal(3, 250, 1000, 0, unknown), std::nullopt) << "too small to split";
+}
+
+TEST(SwarmPlan, SplitsASlowClaimSoBothPartsEndTogether) {
+    SwarmPlan plan;
+    plan.setLength(1200);
+    plan.claimFree(1, 400); // 400 bytes at 100 B/s: 4 s
+    plan.claimFree(2, 800); // 800 bytes at 100 B/s: 8 s, the one that ends last
+    const auto speeds = [](std::uint32_t) { return 100.0; };
+    // A thief three times as fast takes three quarters: both parts end after 2 s.
+    EXPECT_EQ(plan.steal(3, 50, 1000, 300, speeds), (ByteSpan{600, 1200}));
+    EXPECT_EQ(plan.claimOf(2)->end, 600u);
+    EXPECT_EQ(plan.claimOf(1)->end, 400u) << "the claim that ends sooner is left alone";
 }
 
 TEST(SwarmPlan, TakesOverTheWholeClaimOfAStalledSource) {
@@ -45,9 +57,10 @@ TEST(SwarmPlan, TakesOverTheWholeClaimOfAStalledSource) {
     plan.setLength(100);
     plan.claimFree(1, 100);
     plan.recordWritten(1, {0, 30});
-    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t) { return false; }), std::nullopt);
-    EXPECT_EQ(plan.steal(2, 50, 1000, [](std::uint32_t owner) { return owner == 1; }),
-              (ByteSpan{30, 100}));
+    EXPECT_EQ(plan.steal(2, 50, 1000, 10, [](std::uint32_t) { return 5.0; }), std::nullopt);
+    EXPECT_EQ(
+        plan.steal(2, 50, 1000, 10, [](std::uint32_t owner) { return owner == 1 ? -1.0 : 5.0; }),
+        (ByteSpan{30, 100}));
     EXPECT_FALSE(plan.claimOf(1)) << "the stalled source holds nothing any more";
 }
 

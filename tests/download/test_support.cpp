@@ -185,6 +185,9 @@ struct FaultServer::Connection : std::enable_shared_from_this<Connection> {
         const int number = static_cast<int>(server.requests_.size());
         server.requests_.push_back(request);
         const Reply reply = server.policy_(request, number);
+        if (reply.silent) {
+            return;
+        }
         if (!reply.raw.empty()) {
             output = reply.raw;
         } else {

@@ -73,6 +73,7 @@ struct Reply {
     bool stallAfter = false; // ...then hold the connection open without a word
     bool close = false;      // close after sending
     std::string raw;         // when set: sent as it stands instead of head and body
+    bool silent = false;     // takes the request and never answers, holding the connection
 
     static Reply Range(const std::string& content, const HttpRequest& request);
     static Reply Status(int status, const std::string& reason,
@@ -108,7 +109,9 @@ private:
 // nginx serving one folder on several loopback ports, started and stopped by the test.
 class NginxServer {
 public:
-    NginxServer(const std::string& root, int ports);
+    // limitRates: bytes per second for each port's responses, 0 for none; missing ones are 0.
+    NginxServer(const std::string& root, int ports,
+                const std::vector<std::uint64_t>& limitRates = {});
     ~NginxServer();
     bool running() const { return pid_ > 0; }
     std::vector<std::uint16_t> ports() const { return ports_; }
