@@ -898,9 +898,12 @@ std::time_t DownloadPanel::Now() {
 
 std::unique_ptr<shell::Panel> MakeDownloadPanel(shell::PanelSite& site) {
     auto options = DefaultDownloadPanelOptions();
-    options.playInTheater = [](const std::string& path) {
-        theater::MediaPlayer* player = theater::FindMediaPlayer();
-        return player && player->Accepts(path) && player->Play(path);
+    // A file the theater takes plays there, in front; the main view (the site) outlives us.
+    options.playInTheater = [&site](const std::string& path) {
+        if (!theater::PlayInTheater(path))
+            return false;
+        site.ShowPanel(shell::kCmdTheater);
+        return true;
     };
     return std::make_unique<DownloadPanel>(site, std::move(options));
 }
