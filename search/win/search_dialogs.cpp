@@ -1,6 +1,7 @@
 #include "search/win/search_dialogs.h"
 
 #include "markup/language_table.h"
+#include "platform/win/dialog_language.h"
 #include "platform/win/module.h"
 #include "search/browse_history.h"
 #include "search/search_window_model.h"
@@ -13,49 +14,6 @@ namespace {
 
 constexpr std::uint32_t kTextNoAddress = 32959;    // "Please input the IP address"
 constexpr std::uint32_t kTextClearHistory = 34025; // "Clear?"
-
-// An open dialog as the language table re-captions and re-lays it out, in dialog units.
-class DialogWindow : public DialogSurface {
-public:
-    explicit DialogWindow(HWND dialog) : dialog_(dialog) {}
-
-    void SetCaption(const std::string& caption) override {
-        ::SetWindowTextA(dialog_, caption.c_str());
-    }
-    void SetSize(int width, int height) override {
-        RECT size = Pixels(0, 0, width, height);
-        ::AdjustWindowRectEx(&size, static_cast<DWORD>(::GetWindowLongPtrA(dialog_, GWL_STYLE)),
-                             FALSE, static_cast<DWORD>(::GetWindowLongPtrA(dialog_, GWL_EXSTYLE)));
-        ::SetWindowPos(dialog_, nullptr, 0, 0, size.right - size.left, size.bottom - size.top,
-                       SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-    bool HasControl(int id) const override { return ::GetDlgItem(dialog_, id) != nullptr; }
-    void MoveControl(int id, int x, int y) override {
-        const RECT at = Pixels(x, y, 0, 0);
-        ::SetWindowPos(::GetDlgItem(dialog_, id), nullptr, at.left, at.top, 0, 0,
-                       SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-    void ResizeControl(int id, int width, int height) override {
-        const RECT size = Pixels(0, 0, width, height);
-        ::SetWindowPos(::GetDlgItem(dialog_, id), nullptr, 0, 0, size.right, size.bottom,
-                       SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-    void SetControlText(int id, const std::string& text) override {
-        ::SetDlgItemTextA(dialog_, id, text.c_str());
-    }
-
-private:
-    RECT Pixels(int x, int y, int width, int height) const {
-        RECT rect = {x, y, x + width, y + height};
-        ::MapDialogRect(dialog_, &rect);
-        if (width == 0 && height == 0) {
-            return rect;
-        }
-        return {rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top};
-    }
-
-    HWND dialog_;
-};
 
 void InitControls() {
     INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_LISTVIEW_CLASSES | ICC_INTERNET_CLASSES};
@@ -103,8 +61,7 @@ INT_PTR CALLBACK DialogState::Procedure(HWND dialog, UINT message, WPARAM wParam
     if (message == WM_INITDIALOG) {
         state = reinterpret_cast<DialogState*>(lParam);
         ::SetWindowLongPtrA(dialog, DWLP_USER, lParam);
-        DialogWindow surface(dialog);
-        state->language_.ApplyToDialog(surface, state->resourceId_);
+        win::ApplyLanguageToDialog(dialog, state->language_, state->resourceId_);
         state->OnInit(dialog);
         return TRUE;
     }

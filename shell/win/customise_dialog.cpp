@@ -1,10 +1,10 @@
 #include "shell/win/customise_dialog.h"
 
 #include "markup/language_table.h"
+#include "platform/win/dialog_language.h"
 #include "platform/win/module.h"
 #include "resources/shell_resources.h"
 #include "shell/commands.h"
-#include "shell/win/dialog_language.h"
 
 #include <algorithm>
 #include <string>
@@ -97,7 +97,7 @@ void CustomiseDialog::Close(bool accepted) {
 INT_PTR CustomiseDialog::HandleMessage(UINT message, WPARAM wParam, LPARAM) {
     switch (message) {
     case WM_INITDIALOG:
-        ApplyLanguageToDialog(hwnd_, IDD_TOOLBAR_CUSTOMISE);
+        win::ApplyLanguageToDialog(hwnd_, Language(), IDD_TOOLBAR_CUSTOMISE);
         Fill(-1);
         return TRUE;
     case WM_COMMAND: {

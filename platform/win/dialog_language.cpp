@@ -1,8 +1,8 @@
-#include "shell/win/dialog_language.h"
+#include "platform/win/dialog_language.h"
 
 #include "markup/language_table.h"
 
-namespace corvid::shell {
+namespace corvid::win {
 
 namespace {
 
@@ -47,9 +47,9 @@ private:
 
 } // namespace
 
-void ApplyLanguageToDialog(HWND dialog, int resourceId) {
+void ApplyLanguageToDialog(HWND dialog, const LanguageTable& language, int resourceId) {
     WindowDialogSurface surface(dialog);
-    Language().ApplyToDialog(surface, resourceId);
+    language.ApplyToDialog(surface, resourceId);
 }
 
-} // namespace corvid::shell
+} // namespace corvid::win
