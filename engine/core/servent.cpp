@@ -280,6 +280,14 @@ void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
             peer.listen = *ep;
     LearnAddress(block);
     ReadCapabilities(peer, block);
+    if (auto* twin = Twin(peer)) {
+        if (KeepsTwin(peer, *twin)) {
+            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Already connected", {}));
+            Drop(peer, 0, "Already connected");
+            return;
+        }
+        Drop(*twin, 200, "Already connected");
+    }
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     int ultrapeers = CountPeers(PeerKind::Ultrapeer);
     int leaves = CountPeers(PeerKind::Leaf);
@@ -337,6 +345,14 @@ void Servent::OnResponseBlock(Peer& peer, const HeaderBlock& block) {
     peer.listen = peer.remote;
     LearnAddress(block);
     ReadCapabilities(peer, block);
+    if (auto* twin = Twin(peer)) {
+        if (KeepsTwin(peer, *twin)) {
+            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Already connected", {}));
+            Drop(peer, 0, "Already connected");
+            return;
+        }
+        Drop(*twin, 200, "Already connected");
+    }
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     std::vector<std::pair<std::string, std::string>> headers;
     if (!remote_ultrapeer) {
@@ -868,9 +884,44 @@ int Servent::CountPendingUltrapeers() const {
     return n;
 }
 
+bool Servent::Linked(const Endpoint& host) const {
+    if (host == config_.listen || dialing_.count(host))
+        return true;
+    for (const auto& [id, peer] : peers_)
+        if (!peer->closing && ((peer->outgoing && peer->remote == host) || peer->listen == host))
+            return true;
+    return false;
+}
+
+Servent::Peer* Servent::Twin(const Peer& peer) {
+    if (!peer.listen.IsValid())
+        return nullptr;
+    for (auto& [id, other] : peers_)
+        if (other.get() != &peer && !other->closing &&
+            (other->listen == peer.listen || (other->outgoing && other->remote == peer.listen)))
+            return other.get();
+    return nullptr;
+}
+
+// Two servents that dial each other at once each see both links; if each kept the one it dialled
+// both would go. The link dialled by the lower listening address stays, which both ends can tell
+// once they know their own address; until then the link already there stays.
+bool Servent::KeepsTwin(const Peer& peer, const Peer& twin) const {
+    if (peer.outgoing == twin.outgoing || !config_.listen.IsValid() ||
+        config_.listen == peer.listen)
+        return true;
+    // A caller's claim to be a servent we already reach counts only from that servent's address.
+    if (!peer.outgoing && peer.remote.ip != peer.listen.ip)
+        return true;
+    bool ours_stays = config_.listen < peer.listen;
+    return twin.outgoing == ours_stays;
+}
+
 void Servent::Dial(const Endpoint& host) {
-    if (!dialing_.insert(host).second)
+    // The same servent reached twice would carry every message twice.
+    if (Linked(host))
         return;
+    dialing_.insert(host);
     transport_.Dial(host);
 }
 
@@ -920,10 +971,7 @@ void Servent::Tick() {
         auto host = hosts_.NextToDial(now);
         if (!host)
             break;
-        bool known = *host == config_.listen || dialing_.count(*host);
-        for (const auto& [id, peer] : peers_)
-            known = known || peer->remote == *host || peer->listen == *host;
-        if (known)
+        if (Linked(*host))
             continue;
         Dial(*host);
         ++have;

@@ -203,6 +203,12 @@ private:
     void FlushPeer(Peer& peer);
     template <typename F> void Notify(F&& call);
     void Dial(const Endpoint& host);
+    // We hold a link to the servent listening there, or are dialling it.
+    bool Linked(const Endpoint& host) const;
+    // Another link to the same servent as this one, by its listening address.
+    Peer* Twin(const Peer& peer);
+    // Of two links to one servent, which goes; both ends choose alike.
+    bool KeepsTwin(const Peer& peer, const Peer& twin) const;
     void LearnAddress(const HeaderBlock& block);
 
     std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;

@@ -436,8 +436,13 @@ void EngineService::StopSearch(std::uint32_t search) {
         return;
     Running* r = running_.get();
     asio::post(r->io, [r, search] {
-        std::erase_if(r->queries,
-                      [search](const auto& entry) { return entry.second.search == search; });
+        // Our ultrapeer stops widening the query once it hears we are done with it.
+        std::erase_if(r->queries, [r, search](const auto& entry) {
+            if (entry.second.search != search)
+                return false;
+            r->node->servent().StopSearch(entry.first);
+            return true;
+        });
         r->browses.erase(search);
     });
 }

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <set>
 
 #include "engine/core/servent.h"
 
@@ -327,6 +328,60 @@ TEST(Handshake, RefusalWithTryListFillsTheCacheAndRestsTheHost) {
     EXPECT_EQ(leaf.dials.size(), 3u);
     for (const auto& host : leaf.dials)
         EXPECT_NE(host, raw.address);
+}
+
+// Each servent's links, by the listening address of the servent at the other end.
+std::multiset<Endpoint> LinkedServents(Servent& s) {
+    std::multiset<Endpoint> out;
+    for (const auto& p : s.Peers())
+        out.insert(p.listen);
+    return out;
+}
+
+TEST(Handshake, AServentNamedManyTimesAndCallingBackKeepsOneLink) {
+    SimNet net;
+    auto& self = net.AddServent(NodeMode::UltraPeer);
+    auto& first = net.AddServent(NodeMode::UltraPeer);
+    auto& second = net.AddServent(NodeMode::UltraPeer);
+    // Named twice at start, kept in the host cache, asked for again by the user, and dialling us
+    // back from their own caches: still one link per pair.
+    for (auto* up : {&first, &second}) {
+        self.servent->ConnectTo(up->address);
+        self.servent->ConnectTo(up->address);
+        self.servent->hosts().Add(up->address);
+        up->servent->hosts().Add(self.address);
+    }
+    for (int round = 0; round < 3; ++round) {
+        net.Run();
+        for (auto* s : {&self, &first, &second})
+            s->servent->Tick();
+        self.servent->ConnectTo(first.address);
+        net.Run();
+    }
+    EXPECT_EQ(LinkedServents(*self.servent),
+              (std::multiset<Endpoint>{first.address, second.address}));
+    for (auto* up : {&first, &second}) {
+        auto linked = LinkedServents(*up->servent);
+        EXPECT_EQ(linked.count(self.address), 1u);
+        for (const auto& address : linked)
+            EXPECT_EQ(linked.count(address), 1u) << address.ToString();
+    }
+}
+
+TEST(Handshake, TwoServentsDiallingEachOtherAtOnceKeepTheSameOneLink) {
+    SimNet net;
+    auto& a = net.AddServent(NodeMode::UltraPeer);
+    auto& b = net.AddServent(NodeMode::UltraPeer);
+    a.servent->ConnectTo(b.address);
+    b.servent->ConnectTo(a.address);
+    net.Run();
+    auto a_peers = a.servent->Peers();
+    auto b_peers = b.servent->Peers();
+    ASSERT_EQ(a_peers.size(), 1u);
+    ASSERT_EQ(b_peers.size(), 1u);
+    EXPECT_EQ(a_peers.front().kind, PeerKind::Ultrapeer);
+    EXPECT_EQ(b_peers.front().kind, PeerKind::Ultrapeer);
+    EXPECT_NE(a_peers.front().outgoing, b_peers.front().outgoing);
 }
 
 TEST(Handshake, UltrapeersRefuseWhenFullAndLeavesRefuseEveryone) {

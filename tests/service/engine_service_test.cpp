@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 
 namespace corvid::engine {
 namespace {
@@ -31,9 +33,10 @@ struct Recorder : EngineListener {
         changed.notify_all();
     }
 
-    template <typename Condition> bool WaitFor(Condition condition) {
+    template <typename Condition>
+    bool WaitFor(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
         std::unique_lock<std::mutex> guard(lock);
-        return changed.wait_for(guard, std::chrono::seconds(20), condition);
+        return changed.wait_for(guard, limit, condition);
     }
     std::vector<std::string> ResultsOf(std::uint32_t search) {
         std::lock_guard<std::mutex> guard(lock);
@@ -187,6 +190,42 @@ TEST_F(TwoEngines, TakenPortsFallBackToAFreeOne) {
     ASSERT_EQ(events_.statuses.size(), 2u);
     EXPECT_EQ(events_.statuses[0].first, kStatusPortTaken);
     EXPECT_EQ(events_.statuses[1].first, kStatusUploadPortTaken);
+}
+
+TEST_F(TwoEngines, TwoUltrapeersNamedTwiceAndCallingBackGiveTwoNodes) {
+    Recorder otherEvents;
+    library::FileIndex otherFiles;
+    EngineService other{otherFiles, otherEvents};
+    auto upOptions = LoopbackOptions(gnutella::NodeMode::UltraPeer);
+    ASSERT_FALSE(other.Start(upOptions));
+    const Endpoint otherAddress{0x7F000001, other.port()};
+
+    auto options = LoopbackOptions(gnutella::NodeMode::UltraPeer);
+    options.bootstrap = {sharerAddress_, otherAddress, sharerAddress_, otherAddress};
+    ASSERT_FALSE(engine_.Start(options));
+    ASSERT_TRUE(
+        events_.WaitFor([&] { return !events_.counts.empty() && events_.counts.back() == 2; }));
+    // The ultrapeers now know where the engine listens and may dial it themselves.
+    ASSERT_TRUE(sharer_.ConnectNode({0x7F000001, engine_.port()}));
+    ASSERT_TRUE(other.ConnectNode({0x7F000001, engine_.port()}));
+    ASSERT_TRUE(engine_.ConnectNode(sharerAddress_));
+    // A second link to either would show as a third node within a few loopback handshakes.
+    EXPECT_FALSE(events_.WaitFor(
+        [&] {
+            return std::any_of(events_.counts.begin(), events_.counts.end(),
+                               [](int count) { return count > 2; });
+        },
+        std::chrono::seconds(3)));
+    ASSERT_TRUE(
+        events_.WaitFor([&] { return !events_.counts.empty() && events_.counts.back() == 2; }));
+    const std::string hosts = engine_.HostsText();
+    std::multiset<std::string> nodes;
+    for (auto at = hosts.find("<Node>"); at != std::string::npos; at = hosts.find("<Node>", at + 1))
+        nodes.insert(Element(hosts.substr(at), "Node"));
+    EXPECT_EQ(nodes,
+              (std::multiset<std::string>{sharerAddress_.ToString(), otherAddress.ToString()}))
+        << hosts;
+    EXPECT_EQ(engine_.NodeCount(), 2);
 }
 
 TEST(EngineText, UserAddressesNeedAHostAndAPort) {
