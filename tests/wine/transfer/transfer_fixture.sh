@@ -62,7 +62,7 @@ make_file small.bin $((256 * 1024))
 make_file resume.bin $((3 * 1024 * 1024))
 # Only the peers have this one: nginx answers 404 for it.
 make_file orphan.bin $((512 * 1024)) peers-only
-# Big enough that unthrottled loopback sources take seconds, during which the page must stay live.
+# Big enough that the two fast ports below take seconds, during which the page must stay live.
 make_file large.bin $((64 * 1024 * 1024))
 
 fast1=$(free_port)
