@@ -14,6 +14,13 @@ std::size_t SourceLog::Size() const {
     return lines_.size();
 }
 
+std::vector<LogLine> SourceLog::LinesFrom(std::size_t from) const {
+    std::lock_guard guard(lock_);
+    if (from >= lines_.size())
+        return {};
+    return {lines_.begin() + static_cast<std::ptrdiff_t>(from), lines_.end()};
+}
+
 bool DownloadItem::HasSourceUrl(const std::string& url) const {
     return std::any_of(sources.begin(), sources.end(),
                        [&](const auto& source) { return source->url == url; });

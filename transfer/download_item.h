@@ -21,17 +21,15 @@ struct LogLine {
 
 // The log of one source. The log pane keeps a reference to the log it shows, so a log outlives the
 // source it belongs to when the source is dropped while shown; its lines have a lock of their own
-// that the pane takes for reading (the writers also hold the item's lock).
+// that the pane takes for reading (the writers also hold the item's lock, so nobody holds this one
+// for longer than a copy: a reader that filled controls under it would stall the writer, and with
+// it everyone waiting for the item).
 class SourceLog {
 public:
     void Append(std::time_t time, std::int32_t kind, std::string text);
     std::size_t Size() const;
-    // Calls visit(line) for every line from index `from` on, under the log's lock.
-    template <typename Visit> void VisitFrom(std::size_t from, Visit&& visit) const {
-        std::lock_guard guard(lock_);
-        for (std::size_t i = from; i < lines_.size(); ++i)
-            visit(lines_[i]);
-    }
+    // A copy of the lines from index `from` on.
+    std::vector<LogLine> LinesFrom(std::size_t from) const;
 
 private:
     mutable std::mutex lock_;

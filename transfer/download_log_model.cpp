@@ -1,6 +1,8 @@
 #include "transfer/download_log_model.h"
 
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 namespace corvid::transfer {
 namespace {
@@ -35,6 +37,21 @@ std::string CtimeText(std::time_t time) {
     return text;
 }
 
+namespace {
+
+// The item's sources and their statuses, read under its lock. The controls are filled after the
+// lock is let go: they call back into the pane synchronously (a selected node fills the log list),
+// and the engine's threads must not wait on window work to report the next event.
+std::vector<std::pair<std::shared_ptr<DownloadSource>, int>> SourcesOf(const DownloadItem& item) {
+    std::vector<std::pair<std::shared_ptr<DownloadSource>, int>> sources;
+    sources.reserve(item.sources.size());
+    for (const auto& source : item.sources)
+        sources.emplace_back(source, source->status);
+    return sources;
+}
+
+} // namespace
+
 void DownloadLogModel::ShowItem(const std::shared_ptr<DownloadItem>& item) {
     if (item == item_)
         return;
@@ -43,15 +60,19 @@ void DownloadLogModel::ShowItem(const std::shared_ptr<DownloadItem>& item) {
     item_ = item;
     if (!item)
         return;
-    std::lock_guard guard(item->lock);
-    // A completed download shows an empty tree.
-    if (item->state == kItemCompleted)
-        return;
+    std::vector<std::pair<std::shared_ptr<DownloadSource>, int>> sources;
+    {
+        std::lock_guard guard(item->lock);
+        // A completed download shows an empty tree.
+        if (item->state == kItemCompleted)
+            return;
+        sources = SourcesOf(*item);
+    }
     const auto root = view_.InsertNode(0, "Grap/Log", kRootIcon);
     std::size_t place = 0;
-    for (const auto& source : item->sources) {
+    for (const auto& [source, status] : sources) {
         ++place;
-        if (const auto node = view_.InsertNode(root, SourceText(place), source->status))
+        if (const auto node = view_.InsertNode(root, SourceText(place), status))
             nodes_[source] = node;
     }
     view_.ExpandAndSelect(root);
@@ -61,13 +82,17 @@ void DownloadLogModel::AddNewSources(const std::shared_ptr<DownloadItem>& item) 
     if (!view_.TreeExists() || !item || item != item_)
         return;
     const auto root = view_.Root();
-    std::lock_guard guard(item->lock);
+    std::vector<std::pair<std::shared_ptr<DownloadSource>, int>> sources;
+    {
+        std::lock_guard guard(item->lock);
+        sources = SourcesOf(*item);
+    }
     std::size_t place = 0;
-    for (const auto& source : item->sources) {
+    for (const auto& [source, status] : sources) {
         ++place;
         if (nodes_.count(source))
             continue;
-        if (const auto node = view_.InsertNode(root, SourceText(place), source->status))
+        if (const auto node = view_.InsertNode(root, SourceText(place), status))
             nodes_[source] = node;
     }
 }
@@ -92,15 +117,15 @@ void DownloadLogModel::AppendLog() {
 }
 
 void DownloadLogModel::AppendLinesFrom(std::size_t first) {
-    std::size_t count = first;
-    // Nothing but reading the lines and filling rows while the log's lock is held.
-    log_->VisitFrom(first, [&](const LogLine& line) {
+    // Copied first: filling rows is slow, and the log's writer holds the item's lock.
+    const auto lines = log_->LinesFrom(first);
+    linesShown_ = first + lines.size();
+    if (lines.empty())
+        return;
+    view_.BeginRows();
+    for (const auto& line : lines)
         view_.AppendRow(CtimeText(line.time), line.text, IconOfKind(line.kind), line.kind);
-        ++count;
-    });
-    if (count != first)
-        view_.ScrollToLastRow();
-    linesShown_ = count;
+    view_.ScrollToLastRow();
 }
 
 std::shared_ptr<DownloadSource> DownloadLogModel::SourceOf(LogPaneView::Node node) const {

@@ -28,6 +28,9 @@ public:
 
     virtual bool ListExists() = 0;
     virtual void DeleteAllRows() = 0;
+    // A batch of AppendRow calls follows, ended by ScrollToLastRow: the list may hold off redrawing
+    // until then (a log can bring hundreds of lines at once).
+    virtual void BeginRows() {}
     // A row at the end: the "Time" and "Information" cells, its icon and its stored parameter.
     virtual void AppendRow(const std::string& time, const std::string& information, int icon,
                            std::int32_t parameter) = 0;

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
+#include <future>
 #include <map>
+#include <mutex>
 
 namespace corvid::transfer {
 namespace {
@@ -25,6 +28,8 @@ public:
     bool TreeExists() override { return treeExists; }
     void DeleteAllNodes() override { nodes.clear(); }
     Node InsertNode(Node parent, const std::string& text, int icon) override {
+        if (duringFill)
+            duringFill();
         if (failInserts)
             return 0;
         nodes[++lastNode] = {parent, text, icon};
@@ -41,6 +46,8 @@ public:
     void DeleteAllRows() override { rows.clear(); }
     void AppendRow(const std::string& time, const std::string& information, int icon,
                    std::int32_t parameter) override {
+        if (duringFill)
+            duringFill();
         rows.push_back({time, information, icon, parameter});
     }
     void ScrollToLastRow() override { ++scrolls; }
@@ -61,7 +68,21 @@ public:
     std::map<Node, TreeNode> nodes;
     std::vector<Row> rows;
     int scrolls = 0;
+    // Runs inside every node or row insert: the window work the controls do.
+    std::function<void()> duringFill;
 };
+
+// Whether another thread can take the item's lock now (it never waits for it).
+bool AnotherThreadCanLock(DownloadItem& item) {
+    return std::async(std::launch::async,
+                      [&] {
+                          if (!item.lock.try_lock())
+                              return false;
+                          item.lock.unlock();
+                          return true;
+                      })
+        .get();
+}
 
 std::shared_ptr<DownloadSource> Source(std::int32_t status) {
     auto source = std::make_shared<DownloadSource>();
@@ -180,6 +201,29 @@ TEST_F(LogModelTest, AnEmptyLogStillReceivesLaterLines) {
     log->Append(0, kLogStatus, "Connection OK");
     model.AppendLog();
     EXPECT_EQ(view.rows.size(), 1u);
+}
+
+// The engine's threads report events under the item's lock; filling the controls is slow (and a
+// selected node fills the log list right away), so the pane fills them with the item unlocked.
+TEST_F(LogModelTest, FillingTheControlsLeavesTheItemUnlocked) {
+    auto first = Source(kSourceConnecting);
+    const auto item = Item({first});
+    first->log->Append(1, kLogStatus, "one");
+    int fills = 0;
+    int unlocked = 0;
+    view.duringFill = [&] {
+        ++fills;
+        unlocked += AnotherThreadCanLock(*item) ? 1 : 0;
+    };
+    model.ShowItem(item);
+    ASSERT_TRUE(model.ShowLog(first->log));
+    {
+        std::lock_guard guard(item->lock);
+        item->sources.push_back(Source(kSourceIdle));
+    }
+    model.AddNewSources(item);
+    EXPECT_EQ(fills, 4); // the root, two sources and the one row
+    EXPECT_EQ(unlocked, fills);
 }
 
 TEST_F(LogModelTest, NoListNoRows) {

@@ -824,10 +824,17 @@ void DownloadPanel::AppendRow(const std::string& time, const std::string& inform
     ::SendMessageA(log_, LVM_SETITEMTEXTA, index, reinterpret_cast<LPARAM>(&cell));
 }
 
+void DownloadPanel::BeginRows() {
+    // Row by row, the list would update its scroll bar and repaint for every line.
+    ::SendMessageA(log_, WM_SETREDRAW, FALSE, 0);
+}
+
 void DownloadPanel::ScrollToLastRow() {
+    ::SendMessageA(log_, WM_SETREDRAW, TRUE, 0);
     const auto count = ::SendMessageA(log_, LVM_GETITEMCOUNT, 0, 0);
     if (count > 0)
         ::SendMessageA(log_, LVM_ENSUREVISIBLE, count - 1, FALSE);
+    ::InvalidateRect(log_, nullptr, FALSE);
 }
 
 // ---------------------------------------------------------------------------------------------

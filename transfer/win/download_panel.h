@@ -156,6 +156,7 @@ private:
     void ExpandAndSelect(Node node) override;
     bool ListExists() override;
     void DeleteAllRows() override;
+    void BeginRows() override;
     void AppendRow(const std::string& time, const std::string& information, int icon,
                    std::int32_t parameter) override;
     void ScrollToLastRow() override;

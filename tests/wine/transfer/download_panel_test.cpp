@@ -146,6 +146,53 @@ TEST_F(DownloadPanelTest, FourSourcesCompleteTheFileWhichIsSharedAndRuns) {
     EXPECT_EQ(RowCount(List()), 1);
 }
 
+// Fast sources keep Download.dll's threads reporting (and the shown log growing) all the time; the
+// list must still answer the user at once and show the transfer moving rather than jump to its end.
+TEST_F(DownloadPanelTest, TheListStaysLiveWhileFastSourcesDownload) {
+    Open();
+    const auto group = GroupOf(fixture, "large.bin", {"open1", "open2"});
+    ASSERT_TRUE(panel->Page()->StartDownload(group, false));
+    ASSERT_TRUE(PumpUntil([&] { return RowCount(List()) == 1; }));
+    ASSERT_TRUE(PumpUntil([&] { return FileExists(Partial("large.bin")); }, kTransferTimeout));
+
+    // Selecting the running row shows its sources; the call comes back while bytes still flow.
+    const auto started = ::GetTickCount64();
+    SelectRow(List(), 0);
+    const auto selectTook = ::GetTickCount64() - started;
+    const bool finishedMeanwhile = FileExists(Final("large.bin"));
+    EXPECT_FALSE(finishedMeanwhile)
+        << "selecting the row waited " << selectTook << " ms, until the transfer ended";
+    const auto tree = TreeTexts(panel->Tree());
+    ASSERT_FALSE(tree.empty());
+    EXPECT_EQ(tree.front(), "Grap/Log");
+    EXPECT_TRUE(PumpUntil([&] { return !LogLines().empty(); }));
+
+    int midway = 0;
+    std::string statusMidway;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            const auto status = Status("large.bin");
+            const int progress = Progress("large.bin");
+            if (status.rfind("Completed", 0) == 0)
+                return true;
+            if (progress > 0 && progress < 100 && midway == 0) {
+                midway = progress;
+                statusMidway = status;
+            }
+            return false;
+        },
+        kTransferTimeout))
+        << Status("large.bin");
+    const auto transferTook = ::GetTickCount64() - started;
+    std::printf("selecting took %llu ms, the transfer %llu ms\n",
+                static_cast<unsigned long long>(selectTook),
+                static_cast<unsigned long long>(transferTook));
+    EXPECT_GT(midway, 0) << "the row jumped from 0 to Completed";
+    EXPECT_EQ(statusMidway.rfind("Downloading(", 0), 0u) << statusMidway;
+    EXPECT_EQ(Cell(List(), 0, "Progress"), "100%");
+    EXPECT_EQ(ReadWholeFile(Final("large.bin")), ReadWholeFile(fixture.SharedFile("large.bin")));
+}
+
 TEST_F(DownloadPanelTest, StopKeepsThePartialFileRestartResumesAndDeleteRemovesIt) {
     Open();
     const auto group = GroupOf(fixture, "slow.bin", {"slow"});

@@ -62,11 +62,15 @@ make_file small.bin $((256 * 1024))
 make_file resume.bin $((3 * 1024 * 1024))
 # Only the peers have this one: nginx answers 404 for it.
 make_file orphan.bin $((512 * 1024)) peers-only
+# Big enough that the two fast ports below take seconds, during which the page must stay live.
+make_file large.bin $((64 * 1024 * 1024))
 
 fast1=$(free_port)
 fast2=$(free_port)
 medium=$(free_port)
 slow=$(free_port)
+open1=$(free_port)
+open2=$(free_port)
 conf="$dir/run/nginx.conf"
 {
     echo "daemon off; worker_processes 1; pid $dir/run/nginx.master; error_log $dir/logs/error.log warn;"
@@ -86,6 +90,8 @@ conf="$dir/run/nginx.conf"
     server "$fast2" 160k
     server "$medium" 128k
     server "$slow" 24k
+    server "$open1" 8m
+    server "$open2" 8m
     echo "}"
 } >"$conf"
 nginx -c "$conf" -p "$dir/run" >"$dir/logs/nginx.out" 2>&1 &
@@ -103,6 +109,8 @@ done
     echo "fast2=$fast2"
     echo "medium=$medium"
     echo "slow=$slow"
+    echo "open1=$open1"
+    echo "open2=$open2"
     echo "node1=$node1"
     echo "node2=$node2"
 } >>"$ini"
@@ -123,7 +131,7 @@ mkdir -p "$dir/peer"
 echo $! >"$dir/run/peer.pid"
 
 # Ready when every port answers (the peers hash their share first).
-for port in "$fast1" "$fast2" "$medium" "$slow" "$node1" "$node2"; do
+for port in "$fast1" "$fast2" "$medium" "$slow" "$open1" "$open2" "$node1" "$node2"; do
     for _ in $(seq 100); do
         if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
             continue 2
