@@ -97,6 +97,10 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(SUCCEEDED(apartment_.result()));
         ASSERT_TRUE(RegisterOnly(Server::InProcess));
+        // Other tests of the run share this prefix and may have left folders shared: this test
+        // counts files of its own folder only, so it starts from an empty library.
+        std::error_code ignored;
+        fs::remove(fs::path(win::CorvidConfigFolder()) / "Library.txt", ignored);
         wchar_t temp[MAX_PATH] = {};
         ::GetTempPathW(MAX_PATH, temp);
         folder_ = fs::path(temp) / ("corvid-library-" + std::to_string(::GetCurrentProcessId()));
