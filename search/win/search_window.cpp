@@ -521,10 +521,10 @@ void ResultWindow::ShowContextMenu(POINT screen) {
     }
 }
 
-void ResultWindow::ShowTabMenu(POINT screen) {
+bool ResultWindow::ShowTabMenu(POINT screen) {
     HMENU menu = ::LoadMenuA(win::ModuleHandle(), MAKEINTRESOURCEA(IDR_SEARCH_TAB_MENU));
     if (!menu) {
-        return;
+        return false;
     }
     const int command = static_cast<int>(
         ::TrackPopupMenu(::GetSubMenu(menu, 0), TPM_RETURNCMD | TPM_RIGHTBUTTON | TPM_NONOTIFY,
@@ -533,6 +533,7 @@ void ResultWindow::ShowTabMenu(POINT screen) {
     if (command != 0) {
         ::SendMessageA(hwnd(), WM_COMMAND, MAKEWPARAM(command, 0), 0);
     }
+    return true;
 }
 
 void ResultWindow::OnCommand(int id) {

@@ -85,8 +85,8 @@ public:
 
     // One text of the search's OnSearchResult event.
     void OnResultText(const std::string& text);
-    // The search tab's menu (202) at a screen point.
-    void ShowTabMenu(POINT screen);
+    // The search tab's menu (202) at a screen point; the chosen command is carried out.
+    bool ShowTabMenu(POINT screen) override;
 
     HWND List() const { return list_; }
     HWND FilterBox() const { return filter_; }

@@ -87,6 +87,7 @@ public:
     // TabStripOwner
     void OnTabSelected(Panel* panel) override { Show(panel); }
     void OnTabCloseRequested(Panel* panel) override { CloseTab(panel); }
+    void OnTabMenuRequested(Panel* panel, POINT screen) override { panel->ShowTabMenu(screen); }
 
 protected:
     LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) override;

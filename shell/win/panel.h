@@ -137,6 +137,12 @@ public:
 
     // Whether the user may close the tab (search windows and browse-host tabs).
     virtual bool Closable() const { return false; }
+    // A right click on the panel's tab, at a screen point: the panel shows its tab menu, if it has
+    // one. False when it has none.
+    virtual bool ShowTabMenu(POINT screen) {
+        (void)screen;
+        return false;
+    }
 
     // The engine's network information text (engine slot 14), once a second while an engine
     // exists; the information panel shows it.

@@ -273,6 +273,16 @@ LRESULT TabStrip::HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     case WM_CAPTURECHANGED:
         pressed_ = -1;
         return 0;
+    case WM_RBUTTONUP: {
+        POINT point = {GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)};
+        const int index = HitTest(point);
+        if (index < 0) {
+            return 0;
+        }
+        ::ClientToScreen(hwnd(), &point);
+        owner_.OnTabMenuRequested(tabs_[index].panel, point);
+        return 0;
+    }
     case WM_MBUTTONUP: {
         POINT point = {GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)};
         const int index = HitTest(point);

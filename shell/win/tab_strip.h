@@ -20,6 +20,8 @@ public:
     virtual ~TabStripOwner() = default;
     virtual void OnTabSelected(Panel* panel) = 0;
     virtual void OnTabCloseRequested(Panel* panel) = 0;
+    // A right click on a tab; screen is where the button went up.
+    virtual void OnTabMenuRequested(Panel* panel, POINT screen) = 0;
 };
 
 class TabStrip : public win::WindowBase {

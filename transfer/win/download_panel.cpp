@@ -65,6 +65,9 @@ constexpr std::uint32_t kColumnOrder[] = {
     kColumnNodeId, kColumnInformation,
 };
 
+constexpr char kWidestSize[] = "9,999,999,999";
+constexpr int kCellMargins = 16;
+
 int ColumnWidth(std::uint32_t column) {
     switch (column) {
     case kColumnName:
@@ -315,6 +318,13 @@ void DownloadPanel::CreateControls() {
                          ? LVCFMT_RIGHT
                          : LVCFMT_LEFT;
         column.cx = ColumnWidth(columns_[i]);
+        if (columns_[i] == kColumnSize) {
+            // Wide enough for sizes up to ten digits in the list's own font, with the cell's
+            // margins on both sides.
+            const int digits = static_cast<int>(::SendMessageA(
+                list_, LVM_GETSTRINGWIDTHA, 0, reinterpret_cast<LPARAM>(kWidestSize)));
+            column.cx = std::max(column.cx, digits + kCellMargins);
+        }
         column.pszText = const_cast<char*>(title.c_str());
         column.iSubItem = static_cast<int>(i);
         ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));

@@ -399,6 +399,33 @@ TEST_F(ResultWindowTest, MenusHoldTheirCommandsInOrder) {
     EXPECT_EQ(items(IDR_SEARCH_TAB_MENU), (std::vector<UINT>{32772, 32774, 0, 32775, 0, 32771}));
 }
 
+// What a tab menu held while it was up; the timer that reads it then closes it.
+std::vector<UINT> g_shownMenu;
+
+void CALLBACK ReadAndCloseMenu(HWND, UINT, UINT_PTR timer, DWORD) {
+    HWND popup = ::FindWindowA("#32768", nullptr);
+    if (!popup) {
+        return;
+    }
+    ::KillTimer(nullptr, timer);
+    HMENU menu = reinterpret_cast<HMENU>(::SendMessageA(popup, MN_GETHMENU, 0, 0));
+    for (int i = 0; i < ::GetMenuItemCount(menu); ++i) {
+        g_shownMenu.push_back(::GetMenuItemID(menu, i));
+    }
+    ::EndMenu();
+}
+
+// A right click on the tab (the main view's part) ends in the panel's ShowTabMenu.
+TEST_F(ResultWindowTest, TheTabMenuIsMenu202) {
+    g_shownMenu.clear();
+    shell::Panel& panel = *window;
+    const UINT_PTR timer = ::SetTimer(nullptr, 0, 50, ReadAndCloseMenu);
+    POINT screen = {100, 100};
+    EXPECT_TRUE(panel.ShowTabMenu(screen));
+    ::KillTimer(nullptr, timer);
+    EXPECT_EQ(g_shownMenu, (std::vector<UINT>{32772, 32774, 0, 32775, 0, 32771}));
+}
+
 // A filled window as a person sees it: 200 files from 40 hosts, sorted by rank, two groups open.
 TEST_F(ResultWindowTest, Screenshot) {
     const char* const kWords[] = {"Night Train", "Corvid Club", "Harbour Lights", "Slow River",

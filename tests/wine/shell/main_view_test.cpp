@@ -617,6 +617,64 @@ TEST_F(MainViewTest, CommandsSwitchPanelsAndReportTheCurrentOneChecked) {
     EXPECT_EQ(view.MenuText("nothing"), "");
 }
 
+// A tab that records the tab menus asked of it instead of showing one.
+class MenuRecordingPanel final : public shell::Panel {
+public:
+    explicit MenuRecordingPanel(std::vector<POINT>& asked) : asked_(asked) {}
+    ~MenuRecordingPanel() override {
+        if (window_) {
+            ::DestroyWindow(window_);
+        }
+    }
+    bool Create(HWND parent) override {
+        window_ = ::CreateWindowExA(0, "STATIC", "", WS_CHILD, 0, 0, 10, 10, parent, nullptr,
+                                    nullptr, nullptr);
+        return window_ != nullptr;
+    }
+    HWND Window() const override { return window_; }
+    std::string Title() const override { return "Menu tab"; }
+    bool Closable() const override { return true; }
+    bool ShowTabMenu(POINT screen) override {
+        asked_.push_back(screen);
+        return true;
+    }
+
+private:
+    std::vector<POINT>& asked_;
+    HWND window_ = nullptr;
+};
+
+TEST_F(MainViewTest, ARightClickOnATabAsksItsPanelForTheTabMenuAtTheClick) {
+    MainView& view = Attach();
+    std::vector<POINT> asked;
+    shell::Panel* panel = view.OpenTab(std::make_unique<MenuRecordingPanel>(asked), false);
+    ASSERT_NE(panel, nullptr);
+    shell::Panel* current = view.CurrentPanel();
+    HWND strip = view.tabStrip()->hwnd();
+
+    const RECT rect = view.tabStrip()->TabRect(TabIndex("Menu tab"));
+    const POINT click = {rect.left + 6, rect.top + 4};
+    ::SendMessageA(strip, WM_RBUTTONDOWN, MK_RBUTTON, MAKELPARAM(click.x, click.y));
+    ::SendMessageA(strip, WM_RBUTTONUP, 0, MAKELPARAM(click.x, click.y));
+    ASSERT_EQ(asked.size(), 1u);
+    POINT screen = click;
+    ::ClientToScreen(strip, &screen);
+    EXPECT_EQ(asked[0].x, screen.x);
+    EXPECT_EQ(asked[0].y, screen.y);
+    // The menu is the panel's business: the click neither selects nor closes the tab.
+    EXPECT_EQ(view.CurrentPanel(), current);
+    EXPECT_GE(TabIndex("Menu tab"), 0);
+
+    // A panel without a tab menu, and a click beside every tab, ask nothing.
+    const RECT hosts = view.tabStrip()->TabRect(TabIndex("Hosts"));
+    ::SendMessageA(strip, WM_RBUTTONUP, 0, MAKELPARAM(hosts.left + 5, hosts.top + 5));
+    RECT client = {};
+    ::GetClientRect(strip, &client);
+    ::SendMessageA(strip, WM_RBUTTONUP, 0, MAKELPARAM(client.right - 2, client.bottom - 2));
+    EXPECT_EQ(asked.size(), 1u);
+    view.CloseTab(panel);
+}
+
 TEST_F(MainViewTest, SearchOnP2PAsksToConnectWhenOfflineThenCreatesAndStartsTheSearch) {
     RegisteredEngine registered;
     FakeEngine& engine = registered.engine();

@@ -105,6 +105,10 @@ TEST_F(DownloadPanelTest, FourSourcesCompleteTheFileWhichIsSharedAndRuns) {
     EXPECT_EQ(Cell(List(), 0, "Host"), "multiple(4)");
     EXPECT_EQ(Cell(List(), 0, "SHA1"), group.sha1);
     EXPECT_EQ(Cell(List(), 0, "Size"), "3,145,728");
+    // The size column holds ten-digit sizes whole, beside the cell's margins.
+    const int widest = static_cast<int>(
+        ::SendMessageA(List(), LVM_GETSTRINGWIDTHA, 0, reinterpret_cast<LPARAM>("9,999,999,999")));
+    EXPECT_GE(::SendMessageA(List(), LVM_GETCOLUMNWIDTH, 1, 0), widest + 12);
 
     ASSERT_TRUE(WaitForStatus("big.bin", "Completed")) << Status("big.bin");
     EXPECT_EQ(Cell(List(), 0, "Progress"), "100%");
