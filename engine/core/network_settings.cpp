@@ -19,8 +19,9 @@ std::optional<long long> ReadNumber(std::string_view text) {
 }
 } // namespace
 
-NetworkSettings ParseNetworkIni(std::string_view text) {
-    NetworkSettings s;
+void ForEachNetworkIniValue(
+    std::string_view text,
+    const std::function<void(std::string_view key, std::string_view value)>& visit) {
     bool in_section = false;
     while (!text.empty()) {
         auto nl = text.find('\n');
@@ -37,10 +38,16 @@ NetworkSettings ParseNetworkIni(std::string_view text) {
         auto eq = line.find('=');
         if (!in_section || eq == std::string_view::npos)
             continue;
-        auto key = TrimSpaces(line.substr(0, eq));
-        auto value = ReadNumber(line.substr(eq + 1));
+        visit(TrimSpaces(line.substr(0, eq)), TrimSpaces(line.substr(eq + 1)));
+    }
+}
+
+NetworkSettings ParseNetworkIni(std::string_view text) {
+    NetworkSettings s;
+    ForEachNetworkIniValue(text, [&s](std::string_view key, std::string_view text_value) {
+        auto value = ReadNumber(text_value);
         if (!value)
-            continue;
+            return;
         auto count = [&](int low, int high) {
             return static_cast<int>(std::clamp<long long>(*value, low, high));
         };
@@ -59,7 +66,7 @@ NetworkSettings ParseNetworkIni(std::string_view text) {
         } else if (EqualsIgnoreCase(key, "LeafPeerMaxCount")) {
             s.leaf_peer_max_count = count(0, 1000);
         }
-    }
+    });
     s.ultrapeer_min_count = std::min(s.ultrapeer_min_count, s.ultrapeer_max_count);
     return s;
 }

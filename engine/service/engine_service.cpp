@@ -66,24 +66,7 @@ std::string FormatTraffic(std::uint64_t bytes) {
 EngineIni ParseEngineIni(std::string_view text) {
     EngineIni ini;
     ini.network = ParseNetworkIni(text);
-    bool in_section = false;
-    while (!text.empty()) {
-        auto nl = text.find('\n');
-        auto line = TrimSpaces(text.substr(0, nl));
-        text = nl == std::string_view::npos ? std::string_view{} : text.substr(nl + 1);
-        if (line.empty() || line.front() == ';')
-            continue;
-        if (line.front() == '[') {
-            auto close = line.find(']');
-            in_section = close != std::string_view::npos &&
-                         EqualsIgnoreCase(TrimSpaces(line.substr(1, close - 1)), "NetWork");
-            continue;
-        }
-        auto eq = line.find('=');
-        if (!in_section || eq == std::string_view::npos)
-            continue;
-        auto key = TrimSpaces(line.substr(0, eq));
-        auto value = TrimSpaces(line.substr(eq + 1));
+    ForEachNetworkIniValue(text, [&ini](std::string_view key, std::string_view value) {
         int number = 0;
         auto [end, ec] = std::from_chars(value.data(), value.data() + value.size(), number);
         const bool numeric = ec == std::errc() && end != value.data();
@@ -103,7 +86,7 @@ EngineIni ParseEngineIni(std::string_view text) {
                     comma == std::string_view::npos ? std::string_view{} : value.substr(comma + 1);
             }
         }
-    }
+    });
     return ini;
 }
 
