@@ -253,7 +253,13 @@ TEST_F(HostProgram, TheSettingsDialogStoresPerUserAndTheMenusFollow) {
     ::PostMessageA(frame, WM_COMMAND, MAKEWPARAM(options->id, 0), 0);
     HWND dialog = nullptr;
     ASSERT_TRUE(corvid::testing::PumpUntil(
-        [&] { return (dialog = ::FindWindowA("#32770", "Browser Options")) != nullptr; }, 10000));
+        [&] {
+            // The dialog lives in the host's process: its window exists before its controls and
+            // their WM_INITDIALOG values, and a modal dialog is shown only once both are done.
+            dialog = ::FindWindowA("#32770", "Browser Options");
+            return dialog && ::IsWindowVisible(dialog);
+        },
+        10000));
     HWND visible = ::GetDlgItem(dialog, 203);
     ASSERT_TRUE(visible);
     EXPECT_EQ(::SendMessageA(visible, BM_GETCHECK, 0, 0), BST_CHECKED);
