@@ -211,6 +211,7 @@ void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
                     static_cast<std::uint8_t>(pooled),
                     0,
                     0,
+                    0,
                     0};
 }
 
@@ -441,17 +442,32 @@ constexpr std::size_t kPoolAlign = alignof(void*);
 class XmlParser {
 public:
     XmlParser(XmlDocument& document, std::uint32_t options)
-        : document_(document), options_(options),
-          growStep_(document.growStep == 0 ? 1 : document.growStep),
-          readable_(document.text_ + document.length_) {}
+        : document_(document), options_(options), readable_(document.text_ + document.length_) {}
+    ~XmlParser() {
+        if (staged_ != inlineStaged_) {
+            std::free(staged_);
+        }
+    }
+    XmlParser(const XmlParser&) = delete;
+    XmlParser& operator=(const XmlParser&) = delete;
+
+    // Parses from the Document node and leaves every node's children in its array.
+    char* ParseDocument(char* p, char* end, XmlNode* root) {
+        top_ = Enter(root);
+        p = Run(p, end, root, 0);
+        while (top_ != root) {
+            top_ = Leave(top_);
+        }
+        Close(root);
+        return p;
+    }
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
     void* Allocate(std::size_t size) { return AllocateFrom(poolNext_, poolEnd_, size); }
 
-    // Arrays of pointers come from a region of their own, so that the array handed out last is
-    // usually still at its region's end when it fills up and can grow where it stands: the
-    // attributes of one tag, or the children of an element whose children have no arrays.
+    // Arrays of pointers come from a region of their own, so that a tag's attributes, handed out
+    // last while the tag is read, can grow where they stand.
     void* AllocateArray(std::size_t size) { return AllocateFrom(arrayNext_, arrayEnd_, size); }
 
 private:
@@ -492,14 +508,121 @@ private:
             return nullptr;
         }
         InitNode(node, kind, true);
-        if (parent->childCount == parent->childCapacity &&
-            !GrowPooled(parent->children, parent->childCount, parent->childCapacity,
-                        parent->childrenPooled, false)) {
+        if (stagedCount_ == stagedCapacity_ && !GrowStaged()) {
             return nullptr;
         }
-        parent->children[parent->childCount++] = node;
+        staged_[stagedCount_++] = node;
+        ++parent->childCount;
         node->parent = parent;
         return node;
+    }
+
+    // The nodes whose children are still coming are the innermost one (`top_`, where new nodes
+    // are appended) and its ancestors. Their children wait on one stack, the outermost node's
+    // first, and each node's run of them is copied into an array of exactly their count when it
+    // is left. So no array is ever regrown, and none is larger than it needs to be.
+    XmlNode* Enter(XmlNode* node) {
+        node->open = 1;
+        top_ = node;
+        return node;
+    }
+
+    // Leaves the innermost node for its parent. The Document node is never left: a surplus end
+    // tag keeps it current.
+    XmlNode* Leave(XmlNode* node) {
+        XmlNode* parent = node->parent;
+        if (parent == node) {
+            return node;
+        }
+        Close(node);
+        top_ = parent;
+        return parent;
+    }
+
+    void Close(XmlNode* node) {
+        node->open = 0;
+        const std::uint32_t count = node->childCount;
+        if (count == 0) {
+            return;
+        }
+        stagedCount_ -= count;
+        auto** children = static_cast<XmlNode**>(AllocateArray(sizeof(XmlNode*) * count));
+        if (!children) {
+            node->childCount = 0; // no memory left: the parse stops at its next node
+            return;
+        }
+        std::memcpy(children, staged_ + stagedCount_, sizeof(XmlNode*) * count);
+        node->children = children;
+        node->childCapacity = count;
+        node->childrenPooled = 1;
+    }
+
+    // Makes `target` the innermost node, as a DocType's subset asks when it ends: leaves nodes
+    // up to the nearest of its ancestors that is still open, and opens again the ones from there
+    // down to it (a subset can leave its DocType through surplus end tags).
+    XmlNode* MoveTo(XmlNode* target) {
+        if (target == top_) {
+            return target;
+        }
+        XmlNode* open = target;
+        std::size_t depth = 0;
+        while (!open->open) {
+            open = open->parent;
+            ++depth;
+        }
+        while (top_ != open) {
+            top_ = Leave(top_);
+        }
+        if (depth == 0) {
+            return target;
+        }
+        auto** path = static_cast<XmlNode**>(std::malloc(sizeof(XmlNode*) * depth));
+        if (!path) {
+            stopped = true;
+            return top_;
+        }
+        std::size_t at = 0;
+        for (XmlNode* node = target; node != open; node = node->parent) {
+            path[at++] = node;
+        }
+        while (at > 0 && Reopen(path[--at])) {
+        }
+        std::free(path);
+        return top_;
+    }
+
+    // Puts the children of a closed node back on the stack and makes it the innermost node. Its
+    // array is left in the pool. False, with `stopped` set, when no memory is left.
+    bool Reopen(XmlNode* node) {
+        while (stagedCapacity_ - stagedCount_ < node->childCount) {
+            if (!GrowStaged()) {
+                stopped = true;
+                return false;
+            }
+        }
+        if (node->childCount > 0) {
+            std::memcpy(staged_ + stagedCount_, node->children,
+                        sizeof(XmlNode*) * node->childCount);
+            stagedCount_ += node->childCount;
+        }
+        Enter(node);
+        return true;
+    }
+
+    bool GrowStaged() {
+        const std::size_t capacity = stagedCapacity_ * 2;
+        const bool inlined = staged_ == inlineStaged_;
+        auto* grown = static_cast<XmlNode**>(
+            std::realloc(inlined ? nullptr : staged_, sizeof(XmlNode*) * capacity));
+        if (!grown) {
+            return false;
+        }
+        if (inlined) {
+            std::memcpy(grown, inlineStaged_, sizeof inlineStaged_);
+        }
+        staged_ = grown;
+        stagedCapacity_ = capacity;
+        return true;
     }
 
     XmlAttribute* AppendAttribute(XmlNode* node, char* name, char* value) {
@@ -510,22 +633,19 @@ private:
         *attribute = XmlAttribute{name, value, 1, 1, 1};
         if (node->attributeCount == node->attributeCapacity &&
             !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
-                        node->attributesPooled, true)) {
+                        node->attributesPooled)) {
             return nullptr;
         }
         node->attributes[node->attributeCount++] = attribute;
         return attribute;
     }
 
-    // Grows a full array of a node being parsed by one slot where it stands when it is the last
-    // thing in the array region; otherwise moves it there, grown to eight slots at least and
-    // otherwise by the document's step or by the present capacity, whichever is larger, so that a
-    // flat list of a million elements costs no more than a deep one. A tag's attributes, which
-    // stay at the region's end while the tag is read, move with room for one more only. Arrays
-    // met here are always the node's own first slot or pooled ones.
+    // Grows a full attribute array of a node being parsed by one slot: where it stands when it is
+    // the last thing in the array region, as it is while its tag is read; otherwise by a move
+    // there with room for one more. Arrays met here are always null or pooled ones.
     template <typename T>
     bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
-                    std::uint8_t& pooledArray, bool exact) {
+                    std::uint8_t& pooledArray) {
         if (pooledArray && reinterpret_cast<char*>(array + capacity) == arrayNext_ &&
             static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(T*) &&
             capacity < UINT32_MAX) {
@@ -533,9 +653,7 @@ private:
             ++capacity;
             return true;
         }
-        std::uint64_t target = capacity + std::max<std::uint64_t>(growStep_, capacity);
-        target = std::min<std::uint64_t>(
-            exact ? std::uint64_t{count} + 1 : std::max<std::uint64_t>(target, 8), UINT32_MAX);
+        const std::uint64_t target = std::min<std::uint64_t>(std::uint64_t{count} + 1, UINT32_MAX);
         if (target <= capacity) {
             return false;
         }
@@ -588,8 +706,9 @@ private:
             value = p;
             return close;
         }
-        // Every byte that the scan passes lies above 32, so a blank met here always follows a
-        // word byte and the value can only end on one.
+        // Byte by byte up to the first blank: most values are a single word. Past a lone blank,
+        // eight bytes at a time over words and lone blanks, and then byte by byte again where
+        // that scan stopped, since it is only a hint.
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
@@ -600,16 +719,20 @@ private:
                     continue;
                 }
                 if (c == static_cast<unsigned char>(stop) || c == 0) {
+                    if (q > p && q[-1] == ' ') {
+                        break; // a trailing blank to drop
+                    }
                     *q = '\0';
                     value = p;
                     return q;
                 }
                 // A single blank between two words needs no work; anything else does.
                 const auto next = static_cast<unsigned char>(q[1]);
-                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
+                    IsSpace(q[-1])) {
                     break;
                 }
-                q += 2;
+                q = SkipPlainWords(q + 2, end, stop);
             }
         }
         char* close = Find(q, end, stop);
@@ -622,12 +745,18 @@ private:
 
     XmlDocument& document_;
     std::uint32_t options_;
-    std::uint32_t growStep_;
     char* readable_; // the NUL after the document's text: every byte before it may be read
     char* poolNext_ = nullptr; // the free part of the newest pool block for records
     char* poolEnd_ = nullptr;
     char* arrayNext_ = nullptr; // and of the newest one for arrays
     char* arrayEnd_ = nullptr;
+    XmlNode* top_ = nullptr; // the innermost node whose children are still coming
+    // Their children, the outermost node's first: here at first, on the heap when a document
+    // has more open at once.
+    XmlNode* inlineStaged_[128];
+    XmlNode** staged_ = inlineStaged_;
+    std::size_t stagedCount_ = 0;
+    std::size_t stagedCapacity_ = std::size(inlineStaged_);
 
 public:
     bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
@@ -660,7 +789,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             stopped = true;
             return end;
         }
-        current = node;
+        current = Enter(node);
     }
     char* name = p;
     p = SkipName(p);
@@ -725,6 +854,10 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             if (keep) {
                 node->value = subset;
                 if ((options_ & kXmlParseDtd) && depth < kMaxSubsetDepth) {
+                    MoveTo(node);
+                    if (stopped) {
+                        return end;
+                    }
                     Run(subset, q, node, depth + 1);
                     if (stopped) {
                         return stopAt;
@@ -744,7 +877,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             if (c == '>') {
                 // The closing `>` itself, perhaps already cut to NUL: parsing goes on after it.
                 if (keep) {
-                    current = node->parent;
+                    current = MoveTo(node->parent);
                 }
                 return p + 1;
             }
@@ -752,7 +885,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
         }
     }
     if (keep) {
-        current = node->parent;
+        current = MoveTo(node->parent);
     }
     return SkipPast(p, end, '>');
 }
@@ -848,7 +981,7 @@ markup: // Just after a `<`.
             stopped = true;
             return p;
         }
-        current = node;
+        current = Enter(node);
         ++p;
         goto name;
     case '!':
@@ -881,6 +1014,7 @@ markup: // Just after a `<`.
                 goto outside;
             }
             p = DocType(p + 7, end, current, depth);
+            current = MoveTo(current);
             if (stopped) {
                 return p;
             }
@@ -896,7 +1030,7 @@ markup: // Just after a `<`.
         goto outside;
     case '/':
         p = SkipEndTag(p + 1, end);
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     default:
         if (!IsNameByte(*p)) {
@@ -907,7 +1041,7 @@ markup: // Just after a `<`.
             stopped = true;
             return p;
         }
-        current = node;
+        current = Enter(node);
         goto name;
     }
 
@@ -921,7 +1055,7 @@ name: // The name of an element or instruction, then its attributes.
     *p++ = '\0';
     if (c == '/') {
         p = SkipPast(p, end, '>');
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     }
     if (!IsSpace(c)) {
@@ -966,7 +1100,7 @@ name: // The name of an element or instruction, then its attributes.
             goto content;
         }
         if (*p == '/') {
-            current = current->parent;
+            current = Leave(current);
             p = SkipSpace(p + 1);
             if (*p == '>') {
                 ++p;
@@ -990,12 +1124,12 @@ name: // The name of an element or instruction, then its attributes.
         if (*p == '>') {
             ++p;
         }
-        current = current->parent;
+        current = Leave(current);
         goto content;
     }
     if (c == '/' && p[1] == '>') {
         p += 2;
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     }
     if (c == '>') {
@@ -1012,7 +1146,7 @@ content: // After a `>`: text up to the next tag.
     if (*p == '<') {
         if (p[1] == '/') {
             p = SkipEndTag(p + 2, end);
-            current = current->parent;
+            current = Leave(current);
             goto outside;
         }
         ++p;
@@ -1031,7 +1165,7 @@ content: // After a `>`: text up to the next tag.
         p = close + 1;
         if (*p == '/') {
             p = SkipEndTag(p + 1, end);
-            current = current->parent;
+            current = Leave(current);
             goto content;
         }
         goto markup;
@@ -1078,9 +1212,13 @@ const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
     if (!text) {
         return nullptr;
     }
+    return ParseLength(text, std::strlen(text), parseOptions);
+}
+
+const char* XmlDocument::ParseLength(char* text, std::size_t length, std::uint32_t parseOptions) {
     Create();
     text_ = text;
-    length_ = std::strlen(text);
+    length_ = length;
     if (parseOptions != kXmlKeepOptions) {
         options = parseOptions;
     }
@@ -1088,7 +1226,7 @@ const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
         return text;
     }
     XmlParser parser(*this, options);
-    return parser.Run(text, text + length_, root_, 0);
+    return parser.ParseDocument(text, text + length_, root_);
 }
 
 const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOptions) {
@@ -1097,9 +1235,20 @@ const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOpt
         Reset();
         return nullptr;
     }
-    std::memcpy(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
-    return Parse(buffer, parseOptions);
+    // The text ends at its first NUL, as it would for Parse. The copy goes in pieces that stay in
+    // the cache while they are searched, so that a large text is read from memory only once.
+    constexpr std::size_t kPiece = 32 << 10;
+    std::size_t length = text.size();
+    for (std::size_t at = 0; at < text.size(); at += kPiece) {
+        const std::size_t piece = std::min(kPiece, text.size() - at);
+        std::memcpy(buffer + at, text.data() + at, piece);
+        if (const void* nul = std::memchr(buffer + at, '\0', piece)) {
+            length = static_cast<std::size_t>(static_cast<const char*>(nul) - buffer);
+            break;
+        }
+    }
+    buffer[length] = '\0';
+    return ParseLength(buffer, length, parseOptions);
 }
 
 // ---------------------------------------------------------------------------------------------

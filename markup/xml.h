@@ -13,7 +13,8 @@
 
 namespace corvid {
 
-enum XmlNodeKind : std::int32_t {
+// Held in one byte, so that a node record fits 64 bytes.
+enum XmlNodeKind : std::int8_t {
     kXmlNull = 0,
     kXmlDocument = 1,
     kXmlElement = 2,
@@ -59,6 +60,7 @@ struct XmlAttribute {
     std::uint8_t pooled; // the record itself lives in the document's pool
 };
 
+// 64 bytes: the pointers first, then the counts, then the one-byte fields.
 struct XmlNode {
     XmlNode* parent; // the Document node is its own parent
     char* name;
@@ -77,7 +79,9 @@ struct XmlNode {
     std::uint8_t attributesPooled;
     std::uint8_t childrenPooled;
     std::uint8_t heapBelow; // on the Document node: some node of the tree owns heap memory
+    std::uint8_t open;      // while parsing: its children are still coming
 };
+static_assert(sizeof(void*) != 8 || sizeof(XmlNode) == 64);
 
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a
 // set (leading `!` negates, `a-z` ranges, `]` first is literal). Case-sensitive, byte by byte.
@@ -168,6 +172,9 @@ public:
     std::size_t length() const { return length_; }
 
 private:
+    // Parse over a text whose first NUL is at `length`.
+    const char* ParseLength(char* text, std::size_t length, std::uint32_t options);
+
     XmlNode* root_ = nullptr;
     char* text_ = nullptr;
     std::size_t length_ = 0;
