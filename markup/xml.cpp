@@ -3,9 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace corvid {
 namespace {
@@ -84,6 +89,16 @@ inline char* SkipName(char* p) {
 // The first `c` in [p, end), or end. Most of what the parser looks for is a few bytes away, so
 // the first bytes are looked at here before the library's scan takes over.
 inline char* Find(char* p, char* end, char c) {
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_set1_epi8(c)));
+        if (hits) {
+            return p + std::countr_zero(static_cast<unsigned>(hits));
+        }
+        p += 16;
+    }
+#endif
     for (char* near = end - p > 16 ? p + 16 : end; p < near; ++p) {
         if (*p == c) {
             return p;
@@ -122,11 +137,35 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
     }
 }
 
-// Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
-// that follows another blank. Stops at the first byte that needs a closer look (or near the end).
-// The byte tests are the cheap kind that is exact only up to the first hit, and a borrow out of a
-// blank can make a `!` right after it look like one more blank, so the caller takes the byte it
-// stops at as a hint and looks again.
+// Skips a block of bytes at a time while none of them is a control byte, the `stop` byte, or a
+// blank that follows another blank. Stops at the first byte that needs a closer look (or near the
+// end). The caller takes the byte it stops at as a hint and looks again. It costs more than a
+// byte test on the shortest values, so values start byte by byte and use it after a first blank.
+#if defined(__SSE2__)
+inline char* SkipPlainWords(char* q, char* end, char stop) {
+    const __m128i stops = _mm_set1_epi8(stop);
+    const __m128i blank = _mm_set1_epi8(' ');
+    const __m128i lastControl = _mm_set1_epi8(0x1F);
+    unsigned blankBefore = 0;
+    while (end - q >= 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        const __m128i hits =
+            _mm_or_si128(_mm_cmpeq_epi8(_mm_min_epu8(x, lastControl), x), _mm_cmpeq_epi8(x, stops));
+        const auto blanks = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, blank)));
+        const unsigned trouble = static_cast<unsigned>(_mm_movemask_epi8(hits)) |
+                                 (blanks & ((blanks << 1) | blankBefore));
+        if (trouble) {
+            return q + std::countr_zero(trouble);
+        }
+        blankBefore = blanks >> 15;
+        q += 16;
+    }
+    return q;
+}
+#else
+// Eight bytes at a time in a general register. The byte tests are the cheap kind that is exact
+// only up to the first hit, and a borrow out of a blank can make a `!` right after it look like
+// one more blank.
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
@@ -152,6 +191,7 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
     }
     return q;
 }
+#endif
 
 // Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
 // into one blank. Writes the terminating NUL and returns the new start. Bytes up to `readable`
@@ -437,12 +477,31 @@ struct XmlDocument::PoolBlock {
 
 namespace {
 constexpr std::size_t kPoolAlign = alignof(void*);
+// A block's header: its link and its capacity.
+constexpr std::size_t kBlockHeader =
+    (sizeof(void*) + sizeof(std::size_t) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+// What a copied text's own block holds beyond the text, for the first records and arrays: enough
+// for a skin file, so that parsing one costs a single allocation.
+constexpr std::size_t kFirstRecords = 8 << 10;
+constexpr std::size_t kFirstArrays = 2 << 10;
+
+std::size_t PoolRound(std::size_t size) {
+    return (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+}
 } // namespace
 
 class XmlParser {
 public:
-    XmlParser(XmlDocument& document, std::uint32_t options)
-        : document_(document), options_(options), readable_(document.text_ + document.length_) {}
+    // `spare`, when given, is room for the first records and arrays: kFirstRecords and then
+    // kFirstArrays bytes.
+    XmlParser(XmlDocument& document, std::uint32_t options, char* spare)
+        : document_(document), options_(options), readable_(document.text_ + document.length_) {
+        if (spare) {
+            poolNext_ = spare;
+            poolEnd_ = arrayNext_ = spare + kFirstRecords;
+            arrayEnd_ = arrayNext_ + kFirstArrays;
+        }
+    }
     ~XmlParser() {
         if (staged_ != inlineStaged_) {
             std::free(staged_);
@@ -450,6 +509,16 @@ public:
     }
     XmlParser(const XmlParser&) = delete;
     XmlParser& operator=(const XmlParser&) = delete;
+
+    // A Document node from the pool, or null when no memory is left.
+    XmlNode* NewRoot() {
+        auto* root = static_cast<XmlNode*>(Allocate(sizeof(XmlNode)));
+        if (root) {
+            InitNode(root, kXmlDocument, true);
+            root->parent = root;
+        }
+        return root;
+    }
 
     // Parses from the Document node and leaves every node's children in its array.
     char* ParseDocument(char* p, char* end, XmlNode* root) {
@@ -471,11 +540,8 @@ public:
     void* AllocateArray(std::size_t size) { return AllocateFrom(arrayNext_, arrayEnd_, size); }
 
 private:
-    static constexpr std::size_t kBlockHeader =
-        (sizeof(XmlDocument::PoolBlock) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
-
     void* AllocateFrom(char*& next, char*& end, std::size_t size) {
-        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+        size = PoolRound(size);
         if (static_cast<std::size_t>(end - next) < size && !NewPoolBlock(size, next, end)) {
             return nullptr;
         }
@@ -706,9 +772,9 @@ private:
             value = p;
             return close;
         }
-        // Byte by byte up to the first blank: most values are a single word. Past a lone blank,
-        // eight bytes at a time over words and lone blanks, and then byte by byte again where
-        // that scan stopped, since it is only a hint.
+        // Byte by byte up to the first blank, as most values are a single word; past a lone
+        // blank a block at a time over words and lone blanks, and then byte by byte again where
+        // that scan stopped.
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
@@ -1184,7 +1250,7 @@ void XmlDocument::Reset() {
         // calls touched holds heap memory that needs the walk.
         if (root_->heapBelow) {
             DestroyTree(root_);
-        } else {
+        } else if (!root_->pooled) {
             std::free(root_);
         }
         root_ = nullptr;
@@ -1194,8 +1260,11 @@ void XmlDocument::Reset() {
         std::free(pool_);
         pool_ = next;
     }
-    std::free(text_);
+    if (!textInPool_) {
+        std::free(text_);
+    }
     text_ = nullptr;
+    textInPool_ = false;
     length_ = 0;
 }
 
@@ -1212,29 +1281,41 @@ const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
     if (!text) {
         return nullptr;
     }
-    return ParseLength(text, std::strlen(text), parseOptions);
+    Reset();
+    text_ = text;
+    return ParseText(std::strlen(text), parseOptions, nullptr);
 }
 
-const char* XmlDocument::ParseLength(char* text, std::size_t length, std::uint32_t parseOptions) {
-    Create();
-    text_ = text;
+const char* XmlDocument::ParseText(std::size_t length, std::uint32_t parseOptions, char* spare) {
     length_ = length;
     if (parseOptions != kXmlKeepOptions) {
         options = parseOptions;
     }
+    XmlParser parser(*this, options, spare);
+    root_ = parser.NewRoot();
     if (!root_) {
-        return text;
+        return text_;
     }
-    XmlParser parser(*this, options);
-    return parser.ParseDocument(text, text + length_, root_);
+    return parser.ParseDocument(text_, text_ + length_, root_);
 }
 
 const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOptions) {
-    char* buffer = static_cast<char*>(std::malloc(text.size() + 1));
-    if (!buffer) {
-        Reset();
+    Reset();
+    // The copy and the first records share one block of the pool.
+    static_assert(sizeof(PoolBlock) <= kBlockHeader);
+    if (text.size() > SIZE_MAX - kBlockHeader - kFirstRecords - kFirstArrays - 2 * kPoolAlign) {
         return nullptr;
     }
+    const std::size_t textRoom = PoolRound(text.size() + 1);
+    const std::size_t capacity = textRoom + kFirstRecords + kFirstArrays;
+    auto* block = static_cast<PoolBlock*>(std::malloc(kBlockHeader + capacity));
+    if (!block) {
+        return nullptr;
+    }
+    block->next = nullptr;
+    block->capacity = capacity;
+    pool_ = block;
+    char* buffer = reinterpret_cast<char*>(block) + kBlockHeader;
     // The text ends at its first NUL, as it would for Parse. The copy goes in pieces that stay in
     // the cache while they are searched, so that a large text is read from memory only once.
     constexpr std::size_t kPiece = 32 << 10;
@@ -1248,7 +1329,9 @@ const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOpt
         }
     }
     buffer[length] = '\0';
-    return ParseLength(buffer, length, parseOptions);
+    text_ = buffer;
+    textInPool_ = true;
+    return ParseText(length, parseOptions, buffer + textRoom);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -172,11 +172,13 @@ public:
     std::size_t length() const { return length_; }
 
 private:
-    // Parse over a text whose first NUL is at `length`.
-    const char* ParseLength(char* text, std::size_t length, std::uint32_t options);
+    // Parses `text_`, whose first NUL is at `length`, with `spare` (or null) as room for the first
+    // records.
+    const char* ParseText(std::size_t length, std::uint32_t options, char* spare);
 
     XmlNode* root_ = nullptr;
     char* text_ = nullptr;
+    bool textInPool_ = false; // the text is a copy in the pool's first block
     std::size_t length_ = 0;
     struct PoolBlock;
     PoolBlock* pool_ = nullptr;
