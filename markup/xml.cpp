@@ -235,62 +235,43 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     return s;
 }
 
+// Written whole, in words: a record that starts a fresh page must not read it first (the byte of
+// bookkeeping bits would otherwise be read, changed and written), or the page is faulted in twice.
 void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
-    *node = XmlNode{nullptr,
-                    nullptr,
-                    nullptr,
-                    nullptr,
-                    nullptr,
-                    0,
-                    0,
-                    0,
-                    0,
-                    kind,
-                    1,
-                    1,
-                    static_cast<std::uint8_t>(pooled),
-                    0,
-                    0,
-                    0,
-                    0};
+    XmlNode fresh{};
+    fresh.kind = kind;
+    fresh.nameInPlace = 1;
+    fresh.valueInPlace = 1;
+    fresh.pooled = pooled;
+    std::memcpy(static_cast<void*>(node), &fresh, sizeof fresh);
 }
 
-// Grows a tree-building array of pointers by one slot. An array from a parse's pool is never
-// freed on its own.
-template <typename T>
-bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity,
-               std::uint8_t& pooledArray) {
-    if (capacity == UINT32_MAX) {
-        return false;
+// A tree-building array of pointers grown by one slot, or null when no memory is left. An array
+// from a parse's pool is never freed on its own.
+template <typename T> T** GrownByOne(T** array, std::uint32_t count, bool ownArray) {
+    if (count == UINT32_MAX) {
+        return nullptr;
     }
-    const std::uint32_t newCapacity = capacity + 1;
-    const bool ownArray = array != nullptr && !pooledArray;
-    T** grown;
-    if (!ownArray) {
-        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
-        if (!grown) {
-            return false;
-        }
-        if (count > 0) {
-            std::memcpy(grown, array, sizeof(T*) * count);
-        }
-        pooledArray = 0;
-    } else {
-        grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
-        if (!grown) {
-            return false;
-        }
+    if (ownArray) {
+        return static_cast<T**>(std::realloc(array, sizeof(T*) * (count + 1)));
     }
-    array = grown;
-    capacity = newCapacity;
-    return true;
+    auto** grown = static_cast<T**>(std::malloc(sizeof(T*) * (count + 1)));
+    if (grown && count > 0) {
+        std::memcpy(grown, array, sizeof(T*) * count);
+    }
+    return grown;
 }
 
 bool AddChild(XmlNode* parent, XmlNode* child) {
-    if (parent->childCount == parent->childCapacity &&
-        !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   parent->childrenPooled)) {
-        return false;
+    if (parent->childCount == parent->childCapacity) {
+        XmlNode** grown = GrownByOne(parent->children, parent->childCount,
+                                     parent->children && !parent->childrenPooled);
+        if (!grown) {
+            return false;
+        }
+        parent->children = grown;
+        parent->childCapacity = parent->childCount + 1;
+        parent->childrenPooled = 0;
     }
     parent->children[parent->childCount++] = child;
     child->parent = parent;
@@ -298,11 +279,13 @@ bool AddChild(XmlNode* parent, XmlNode* child) {
 }
 
 bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
-    if (node->attributeCount == node->attributeCapacity &&
-        !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   node->attributesPooled)) {
+    XmlAttribute** grown = GrownByOne(node->attributes, node->attributeCount,
+                                      node->attributes && !node->attributesPooled);
+    if (!grown) {
         return false;
     }
+    node->attributes = grown;
+    node->attributesPooled = 0;
     node->attributes[node->attributeCount++] = attribute;
     return true;
 }
@@ -697,44 +680,39 @@ private:
             return nullptr;
         }
         *attribute = XmlAttribute{name, value, 1, 1, 1};
-        if (node->attributeCount == node->attributeCapacity &&
-            !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
-                        node->attributesPooled)) {
+        if (!GrowAttributes(node)) {
             return nullptr;
         }
         node->attributes[node->attributeCount++] = attribute;
         return attribute;
     }
 
-    // Grows a full attribute array of a node being parsed by one slot: where it stands when it is
+    // Grows the attribute array of a node being parsed by one slot: where it stands when it is
     // the last thing in the array region, as it is while its tag is read; otherwise by a move
-    // there with room for one more. Arrays met here are always null or pooled ones.
-    template <typename T>
-    bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
-                    std::uint8_t& pooledArray) {
-        if (pooledArray && reinterpret_cast<char*>(array + capacity) == arrayNext_ &&
-            static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(T*) &&
-            capacity < UINT32_MAX) {
-            arrayNext_ += sizeof(T*);
-            ++capacity;
-            return true;
-        }
-        const std::uint64_t target = std::min<std::uint64_t>(std::uint64_t{count} + 1, UINT32_MAX);
-        if (target <= capacity) {
+    // there. Arrays met here are always null or pooled ones.
+    bool GrowAttributes(XmlNode* node) {
+        const std::uint32_t count = node->attributeCount;
+        if (count == UINT32_MAX) {
             return false;
         }
-        auto** grown = static_cast<T**>(AllocateArray(sizeof(T*) * target));
+        if (node->attributesPooled &&
+            reinterpret_cast<char*>(node->attributes + count) == arrayNext_ &&
+            static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(XmlAttribute*)) {
+            arrayNext_ += sizeof(XmlAttribute*);
+            return true;
+        }
+        auto** grown =
+            static_cast<XmlAttribute**>(AllocateArray(sizeof(XmlAttribute*) * (count + 1)));
         if (!grown) {
             return false;
         }
         if (count == 1) {
-            grown[0] = array[0];
+            grown[0] = node->attributes[0];
         } else if (count > 1) {
-            std::memcpy(grown, array, sizeof(T*) * count);
+            std::memcpy(grown, node->attributes, sizeof(XmlAttribute*) * count);
         }
-        array = grown;
-        capacity = static_cast<std::uint32_t>(target);
-        pooledArray = 1;
+        node->attributes = grown;
+        node->attributesPooled = 1;
         return true;
     }
 

@@ -60,7 +60,8 @@ struct XmlAttribute {
     std::uint8_t pooled; // the record itself lives in the document's pool
 };
 
-// 64 bytes: the pointers first, then the counts, then the one-byte fields.
+// 56 bytes on 64-bit targets: the pointers first, then the counts, then the one-byte fields. The
+// attribute array always has exactly `attributeCount` slots.
 struct XmlNode {
     XmlNode* parent; // the Document node is its own parent
     char* name;
@@ -68,20 +69,19 @@ struct XmlNode {
     XmlAttribute** attributes;
     XmlNode** children;
     std::uint32_t attributeCount;
-    std::uint32_t attributeCapacity;
     std::uint32_t childCount;
     std::uint32_t childCapacity;
     XmlNodeKind kind;
     std::uint8_t nameInPlace;
     std::uint8_t valueInPlace;
     // Bookkeeping: where the record and its arrays live.
-    std::uint8_t pooled;
-    std::uint8_t attributesPooled;
-    std::uint8_t childrenPooled;
-    std::uint8_t heapBelow; // on the Document node: some node of the tree owns heap memory
-    std::uint8_t open;      // while parsing: its children are still coming
+    std::uint8_t pooled : 1;
+    std::uint8_t attributesPooled : 1;
+    std::uint8_t childrenPooled : 1;
+    std::uint8_t heapBelow : 1; // on the Document node: some node of the tree owns heap memory
+    std::uint8_t open : 1;      // while parsing: its children are still coming
 };
-static_assert(sizeof(void*) != 8 || sizeof(XmlNode) == 64);
+static_assert(sizeof(void*) != 8 || sizeof(XmlNode) == 56);
 
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a
 // set (leading `!` negates, `a-z` ranges, `]` first is literal). Case-sensitive, byte by byte.
