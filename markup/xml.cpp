@@ -235,15 +235,29 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     return s;
 }
 
-// Written whole, in words: a record that starts a fresh page must not read it first (the byte of
-// bookkeeping bits would otherwise be read, changed and written), or the page is faulted in twice.
+// The bits of XmlNode::bookkeeping.
+enum : std::uint8_t {
+    kNodePooled = 1,           // the record lives in the document's pool
+    kNodeAttributesPooled = 2, // and so does its attribute array
+    kNodeChildrenPooled = 4,   // and its child array
+    kNodeHeapBelow = 8,        // on the Document node: some node of the tree owns heap memory
+    kNodeOpen = 16,            // while parsing: its children are still coming
+};
+
+inline bool Has(const XmlNode* node, std::uint8_t bit) {
+    return node->bookkeeping & bit;
+}
+inline void Mark(XmlNode* node, std::uint8_t bit, bool on) {
+    node->bookkeeping =
+        static_cast<std::uint8_t>(on ? node->bookkeeping | bit : node->bookkeeping & ~bit);
+}
+
+// Every field is written and none is read first: a record that starts a fresh page is then
+// faulted in once, for the write, rather than once to read and once more to write.
 void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
-    XmlNode fresh{};
-    fresh.kind = kind;
-    fresh.nameInPlace = 1;
-    fresh.valueInPlace = 1;
-    fresh.pooled = pooled;
-    std::memcpy(static_cast<void*>(node), &fresh, sizeof fresh);
+    *node = XmlNode{nullptr, nullptr, nullptr, nullptr,
+                    nullptr, 0,       0,       0,
+                    kind,    1,       1,       static_cast<std::uint8_t>(pooled ? kNodePooled : 0)};
 }
 
 // A tree-building array of pointers grown by one slot, or null when no memory is left. An array
@@ -265,13 +279,13 @@ template <typename T> T** GrownByOne(T** array, std::uint32_t count, bool ownArr
 bool AddChild(XmlNode* parent, XmlNode* child) {
     if (parent->childCount == parent->childCapacity) {
         XmlNode** grown = GrownByOne(parent->children, parent->childCount,
-                                     parent->children && !parent->childrenPooled);
+                                     parent->children && !Has(parent, kNodeChildrenPooled));
         if (!grown) {
             return false;
         }
         parent->children = grown;
         parent->childCapacity = parent->childCount + 1;
-        parent->childrenPooled = 0;
+        Mark(parent, kNodeChildrenPooled, false);
     }
     parent->children[parent->childCount++] = child;
     child->parent = parent;
@@ -280,12 +294,12 @@ bool AddChild(XmlNode* parent, XmlNode* child) {
 
 bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
     XmlAttribute** grown = GrownByOne(node->attributes, node->attributeCount,
-                                      node->attributes && !node->attributesPooled);
+                                      node->attributes && !Has(node, kNodeAttributesPooled));
     if (!grown) {
         return false;
     }
     node->attributes = grown;
-    node->attributesPooled = 0;
+    Mark(node, kNodeAttributesPooled, false);
     node->attributes[node->attributeCount++] = attribute;
     return true;
 }
@@ -306,10 +320,10 @@ void FreeNodeRecord(XmlNode* node) {
     for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
         FreeAttribute(node->attributes[i]);
     }
-    if (!node->attributesPooled) {
+    if (!Has(node, kNodeAttributesPooled)) {
         std::free(node->attributes);
     }
-    if (!node->childrenPooled) {
+    if (!Has(node, kNodeChildrenPooled)) {
         std::free(node->children);
     }
     if (!node->nameInPlace) {
@@ -318,7 +332,7 @@ void FreeNodeRecord(XmlNode* node) {
     if (!node->valueInPlace) {
         std::free(node->value);
     }
-    if (!node->pooled) {
+    if (!Has(node, kNodePooled)) {
         std::free(node);
     }
 }
@@ -345,7 +359,7 @@ void MarkHeapBelow(XmlNode* node) {
     while (node->parent && node->parent != node) {
         node = node->parent;
     }
-    node->heapBelow = 1;
+    Mark(node, kNodeHeapBelow, true);
 }
 
 // Replaces a name or value by the copy rule: in place when the new text fits, else an owned copy.
@@ -571,7 +585,7 @@ private:
     // first, and each node's run of them is copied into an array of exactly their count when it
     // is left. So no array is ever regrown, and none is larger than it needs to be.
     XmlNode* Enter(XmlNode* node) {
-        node->open = 1;
+        Mark(node, kNodeOpen, true);
         top_ = node;
         return node;
     }
@@ -589,7 +603,7 @@ private:
     }
 
     void Close(XmlNode* node) {
-        node->open = 0;
+        Mark(node, kNodeOpen, false);
         const std::uint32_t count = node->childCount;
         if (count == 0) {
             return;
@@ -603,7 +617,7 @@ private:
         std::memcpy(children, staged_ + stagedCount_, sizeof(XmlNode*) * count);
         node->children = children;
         node->childCapacity = count;
-        node->childrenPooled = 1;
+        Mark(node, kNodeChildrenPooled, true);
     }
 
     // Makes `target` the innermost node, as a DocType's subset asks when it ends: leaves nodes
@@ -615,7 +629,7 @@ private:
         }
         XmlNode* open = target;
         std::size_t depth = 0;
-        while (!open->open) {
+        while (!Has(open, kNodeOpen)) {
             open = open->parent;
             ++depth;
         }
@@ -695,7 +709,7 @@ private:
         if (count == UINT32_MAX) {
             return false;
         }
-        if (node->attributesPooled &&
+        if (Has(node, kNodeAttributesPooled) &&
             reinterpret_cast<char*>(node->attributes + count) == arrayNext_ &&
             static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(XmlAttribute*)) {
             arrayNext_ += sizeof(XmlAttribute*);
@@ -712,7 +726,7 @@ private:
             std::memcpy(grown, node->attributes, sizeof(XmlAttribute*) * count);
         }
         node->attributes = grown;
-        node->attributesPooled = 1;
+        Mark(node, kNodeAttributesPooled, true);
         return true;
     }
 
@@ -1226,9 +1240,9 @@ void XmlDocument::Reset() {
     if (root_) {
         // A parsed tree lives wholly in the pool and the buffer; only a tree that the building
         // calls touched holds heap memory that needs the walk.
-        if (root_->heapBelow) {
+        if (Has(root_, kNodeHeapBelow)) {
             DestroyTree(root_);
-        } else if (!root_->pooled) {
+        } else if (!Has(root_, kNodePooled)) {
             std::free(root_);
         }
         root_ = nullptr;

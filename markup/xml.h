@@ -74,12 +74,10 @@ struct XmlNode {
     XmlNodeKind kind;
     std::uint8_t nameInPlace;
     std::uint8_t valueInPlace;
-    // Bookkeeping: where the record and its arrays live.
-    std::uint8_t pooled : 1;
-    std::uint8_t attributesPooled : 1;
-    std::uint8_t childrenPooled : 1;
-    std::uint8_t heapBelow : 1; // on the Document node: some node of the tree owns heap memory
-    std::uint8_t open : 1;      // while parsing: its children are still coming
+    // Bookkeeping bits, the element tree's own: where the record and its arrays live, whether
+    // some node below the Document node owns heap memory, whether the parser is still adding to
+    // the node's children.
+    std::uint8_t bookkeeping;
 };
 static_assert(sizeof(void*) != 8 || sizeof(XmlNode) == 56);
 
