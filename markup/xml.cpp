@@ -15,16 +15,13 @@
 namespace corvid {
 namespace {
 
-enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2, kValueStop = 4 };
+enum : std::uint8_t { kNameByte = 1, kValueStop = 2 };
 
-// Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
-// up so that names in any multi-byte code page stay whole. A value's scan stops at NUL, whitespace,
-// either quote and `<`: any byte that may end the value or need trimming.
+// Name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128 up so that names in
+// any multi-byte code page stay whole. A value's scan stops at NUL, whitespace (1-32), either
+// quote and `<`: any byte that may end the value or need trimming.
 constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     std::array<std::uint8_t, 256> table{};
-    for (int c = 1; c <= 32; ++c) {
-        table[c] = kSpaceByte;
-    }
     for (int c = '0'; c <= '9'; ++c) {
         table[c] = kNameByte;
     }
@@ -46,8 +43,9 @@ constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
 }
 constexpr auto kByteClass = MakeByteClasses();
 
+// Whitespace is 1 to 32, tested without the table: one load less on the parser's busiest path.
 inline bool IsSpace(char c) {
-    return kByteClass[static_cast<unsigned char>(c)] & kSpaceByte;
+    return static_cast<unsigned char>(static_cast<unsigned char>(c) - 1) < 32;
 }
 inline bool IsNameByte(char c) {
     return kByteClass[static_cast<unsigned char>(c)] & kNameByte;
