@@ -140,12 +140,13 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
 // end). The caller takes the byte it stops at as a hint and looks again. It costs more than a
 // byte test on the shortest values, so values start byte by byte and use it after a first blank.
 #if defined(__SSE2__)
+constexpr std::ptrdiff_t kPlainBlock = 16;
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     const __m128i stops = _mm_set1_epi8(stop);
     const __m128i blank = _mm_set1_epi8(' ');
     const __m128i lastControl = _mm_set1_epi8(0x1F);
     unsigned blankBefore = 0;
-    while (end - q >= 16) {
+    while (end - q >= kPlainBlock) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
         const __m128i hits =
             _mm_or_si128(_mm_cmpeq_epi8(_mm_min_epu8(x, lastControl), x), _mm_cmpeq_epi8(x, stops));
@@ -164,13 +165,14 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
 // Eight bytes at a time in a general register. The byte tests are the cheap kind that is exact
 // only up to the first hit, and a borrow out of a blank can make a `!` right after it look like
 // one more blank.
+constexpr std::ptrdiff_t kPlainBlock = 8;
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
         constexpr std::uint64_t kHigh = kOnes * 0x80;
         const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
         std::uint64_t blankBefore = 0;
-        while (end - q >= 8) {
+        while (end - q >= kPlainBlock) {
             std::uint64_t x;
             std::memcpy(&x, q, 8);
             const std::uint64_t notBlank = x ^ (kOnes * ' ');
@@ -204,7 +206,8 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     if (normalise) {
         // Up to the first byte that must change: a blank that is not a lone ' ' between words.
         char* r = s;
-        char* wordsEnd = readable - e > 7 ? e + 7 : readable;
+        // A block that starts before e may run on past it, as far as the text goes.
+        char* wordsEnd = readable - e > kPlainBlock - 1 ? e + (kPlainBlock - 1) : readable;
         while (true) {
             r = std::min(SkipPlainWords(r, wordsEnd, '\0'), e);
             if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
