@@ -3,23 +3,25 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace corvid {
 namespace {
 
-enum : std::uint8_t { kSpaceByte = 1, kNameByte = 2, kValueStop = 4 };
+enum : std::uint8_t { kNameByte = 1, kValueStop = 2 };
 
-// Whitespace is 1-32; name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128
-// up so that names in any multi-byte code page stay whole. A value's scan stops at NUL, whitespace,
-// either quote and `<`: any byte that may end the value or need trimming.
+// Name bytes are ASCII letters and digits, `_ : - .`, and every byte from 128 up so that names in
+// any multi-byte code page stay whole. A value's scan stops at NUL, whitespace (1-32), either
+// quote and `<`: any byte that may end the value or need trimming.
 constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
     std::array<std::uint8_t, 256> table{};
-    for (int c = 1; c <= 32; ++c) {
-        table[c] = kSpaceByte;
-    }
     for (int c = '0'; c <= '9'; ++c) {
         table[c] = kNameByte;
     }
@@ -41,8 +43,9 @@ constexpr std::array<std::uint8_t, 256> MakeByteClasses() {
 }
 constexpr auto kByteClass = MakeByteClasses();
 
+// Whitespace is 1 to 32, tested without the table: one load less on the parser's busiest path.
 inline bool IsSpace(char c) {
-    return kByteClass[static_cast<unsigned char>(c)] & kSpaceByte;
+    return static_cast<unsigned char>(static_cast<unsigned char>(c) - 1) < 32;
 }
 inline bool IsNameByte(char c) {
     return kByteClass[static_cast<unsigned char>(c)] & kNameByte;
@@ -84,6 +87,16 @@ inline char* SkipName(char* p) {
 // The first `c` in [p, end), or end. Most of what the parser looks for is a few bytes away, so
 // the first bytes are looked at here before the library's scan takes over.
 inline char* Find(char* p, char* end, char c) {
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_set1_epi8(c)));
+        if (hits) {
+            return p + std::countr_zero(static_cast<unsigned>(hits));
+        }
+        p += 16;
+    }
+#endif
     for (char* near = end - p > 16 ? p + 16 : end; p < near; ++p) {
         if (*p == c) {
             return p;
@@ -122,18 +135,44 @@ char* FindTerminator(char* p, char* end, const char (&terminator)[4]) {
     }
 }
 
-// Skips eight bytes at a time while none of them is a control byte, the `stop` byte, or a blank
-// that follows another blank. Stops at the first byte that needs a closer look (or near the end).
-// The byte tests are the cheap kind that is exact only up to the first hit, and a borrow out of a
-// blank can make a `!` right after it look like one more blank, so the caller takes the byte it
-// stops at as a hint and looks again.
+// Skips a block of bytes at a time while none of them is a control byte, the `stop` byte, or a
+// blank that follows another blank. Stops at the first byte that needs a closer look (or near the
+// end). The caller takes the byte it stops at as a hint and looks again. It costs more than a
+// byte test on the shortest values, so values start byte by byte and use it after a first blank.
+#if defined(__SSE2__)
+constexpr std::ptrdiff_t kPlainBlock = 16;
+inline char* SkipPlainWords(char* q, char* end, char stop) {
+    const __m128i stops = _mm_set1_epi8(stop);
+    const __m128i blank = _mm_set1_epi8(' ');
+    const __m128i lastControl = _mm_set1_epi8(0x1F);
+    unsigned blankBefore = 0;
+    while (end - q >= kPlainBlock) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        const __m128i hits =
+            _mm_or_si128(_mm_cmpeq_epi8(_mm_min_epu8(x, lastControl), x), _mm_cmpeq_epi8(x, stops));
+        const auto blanks = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, blank)));
+        const unsigned trouble = static_cast<unsigned>(_mm_movemask_epi8(hits)) |
+                                 (blanks & ((blanks << 1) | blankBefore));
+        if (trouble) {
+            return q + std::countr_zero(trouble);
+        }
+        blankBefore = blanks >> 15;
+        q += 16;
+    }
+    return q;
+}
+#else
+// Eight bytes at a time in a general register. The byte tests are the cheap kind that is exact
+// only up to the first hit, and a borrow out of a blank can make a `!` right after it look like
+// one more blank.
+constexpr std::ptrdiff_t kPlainBlock = 8;
 inline char* SkipPlainWords(char* q, char* end, char stop) {
     if constexpr (std::endian::native == std::endian::little) {
         constexpr std::uint64_t kOnes = 0x0101010101010101ull;
         constexpr std::uint64_t kHigh = kOnes * 0x80;
         const std::uint64_t stops = kOnes * static_cast<unsigned char>(stop);
         std::uint64_t blankBefore = 0;
-        while (end - q >= 8) {
+        while (end - q >= kPlainBlock) {
             std::uint64_t x;
             std::memcpy(&x, q, 8);
             const std::uint64_t notBlank = x ^ (kOnes * ' ');
@@ -152,6 +191,7 @@ inline char* SkipPlainWords(char* q, char* end, char stop) {
     }
     return q;
 }
+#endif
 
 // Drops leading and trailing whitespace of [s, e) and, when normalising, collapses each inner run
 // into one blank. Writes the terminating NUL and returns the new start. Bytes up to `readable`
@@ -166,7 +206,8 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     if (normalise) {
         // Up to the first byte that must change: a blank that is not a lone ' ' between words.
         char* r = s;
-        char* wordsEnd = readable - e > 7 ? e + 7 : readable;
+        // A block that starts before e may run on past it, as far as the text goes.
+        char* wordsEnd = readable - e > kPlainBlock - 1 ? e + (kPlainBlock - 1) : readable;
         while (true) {
             r = std::min(SkipPlainWords(r, wordsEnd, '\0'), e);
             if (r >= e || (IsSpace(*r) && (*r != ' ' || IsSpace(r[1]) || IsSpace(r[-1])))) {
@@ -195,61 +236,57 @@ char* TrimValue(char* s, char* e, bool normalise, char* readable) {
     return s;
 }
 
-void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
-    *node = XmlNode{nullptr,
-                    nullptr,
-                    nullptr,
-                    nullptr,
-                    nullptr,
-                    0,
-                    0,
-                    0,
-                    0,
-                    kind,
-                    1,
-                    1,
-                    static_cast<std::uint8_t>(pooled),
-                    0,
-                    0,
-                    0};
+// The bits of XmlNode::bookkeeping.
+enum : std::uint8_t {
+    kNodePooled = 1,           // the record lives in the document's pool
+    kNodeAttributesPooled = 2, // and so does its attribute array
+    kNodeChildrenPooled = 4,   // and its child array
+    kNodeHeapBelow = 8,        // on the Document node: some node of the tree owns heap memory
+    kNodeOpen = 16,            // while parsing: its children are still coming
+};
+
+inline bool Has(const XmlNode* node, std::uint8_t bit) {
+    return node->bookkeeping & bit;
+}
+inline void Mark(XmlNode* node, std::uint8_t bit, bool on) {
+    node->bookkeeping =
+        static_cast<std::uint8_t>(on ? node->bookkeeping | bit : node->bookkeeping & ~bit);
 }
 
-// Grows a tree-building array of pointers by one slot. An array from a parse's pool is never
-// freed on its own.
-template <typename T>
-bool GrowArray(T**& array, std::uint32_t count, std::uint32_t& capacity,
-               std::uint8_t& pooledArray) {
-    if (capacity == UINT32_MAX) {
-        return false;
+// Every field is written and none is read first: a record that starts a fresh page is then
+// faulted in once, for the write, rather than once to read and once more to write.
+void InitNode(XmlNode* node, XmlNodeKind kind, bool pooled) {
+    *node = XmlNode{nullptr, nullptr, nullptr, nullptr,
+                    nullptr, 0,       0,       0,
+                    kind,    1,       1,       static_cast<std::uint8_t>(pooled ? kNodePooled : 0)};
+}
+
+// A tree-building array of pointers grown by one slot, or null when no memory is left. An array
+// from a parse's pool is never freed on its own.
+template <typename T> T** GrownByOne(T** array, std::uint32_t count, bool ownArray) {
+    if (count == UINT32_MAX) {
+        return nullptr;
     }
-    const std::uint32_t newCapacity = capacity + 1;
-    const bool ownArray = array != nullptr && !pooledArray;
-    T** grown;
-    if (!ownArray) {
-        grown = static_cast<T**>(std::malloc(sizeof(T*) * newCapacity));
-        if (!grown) {
-            return false;
-        }
-        if (count > 0) {
-            std::memcpy(grown, array, sizeof(T*) * count);
-        }
-        pooledArray = 0;
-    } else {
-        grown = static_cast<T**>(std::realloc(array, sizeof(T*) * newCapacity));
-        if (!grown) {
-            return false;
-        }
+    if (ownArray) {
+        return static_cast<T**>(std::realloc(array, sizeof(T*) * (count + 1)));
     }
-    array = grown;
-    capacity = newCapacity;
-    return true;
+    auto** grown = static_cast<T**>(std::malloc(sizeof(T*) * (count + 1)));
+    if (grown && count > 0) {
+        std::memcpy(grown, array, sizeof(T*) * count);
+    }
+    return grown;
 }
 
 bool AddChild(XmlNode* parent, XmlNode* child) {
-    if (parent->childCount == parent->childCapacity &&
-        !GrowArray(parent->children, parent->childCount, parent->childCapacity,
-                   parent->childrenPooled)) {
-        return false;
+    if (parent->childCount == parent->childCapacity) {
+        XmlNode** grown = GrownByOne(parent->children, parent->childCount,
+                                     parent->children && !Has(parent, kNodeChildrenPooled));
+        if (!grown) {
+            return false;
+        }
+        parent->children = grown;
+        parent->childCapacity = parent->childCount + 1;
+        Mark(parent, kNodeChildrenPooled, false);
     }
     parent->children[parent->childCount++] = child;
     child->parent = parent;
@@ -257,11 +294,13 @@ bool AddChild(XmlNode* parent, XmlNode* child) {
 }
 
 bool AddAttribute(XmlNode* node, XmlAttribute* attribute) {
-    if (node->attributeCount == node->attributeCapacity &&
-        !GrowArray(node->attributes, node->attributeCount, node->attributeCapacity,
-                   node->attributesPooled)) {
+    XmlAttribute** grown = GrownByOne(node->attributes, node->attributeCount,
+                                      node->attributes && !Has(node, kNodeAttributesPooled));
+    if (!grown) {
         return false;
     }
+    node->attributes = grown;
+    Mark(node, kNodeAttributesPooled, false);
     node->attributes[node->attributeCount++] = attribute;
     return true;
 }
@@ -282,10 +321,10 @@ void FreeNodeRecord(XmlNode* node) {
     for (std::uint32_t i = 0; i < node->attributeCount; ++i) {
         FreeAttribute(node->attributes[i]);
     }
-    if (!node->attributesPooled) {
+    if (!Has(node, kNodeAttributesPooled)) {
         std::free(node->attributes);
     }
-    if (!node->childrenPooled) {
+    if (!Has(node, kNodeChildrenPooled)) {
         std::free(node->children);
     }
     if (!node->nameInPlace) {
@@ -294,7 +333,7 @@ void FreeNodeRecord(XmlNode* node) {
     if (!node->valueInPlace) {
         std::free(node->value);
     }
-    if (!node->pooled) {
+    if (!Has(node, kNodePooled)) {
         std::free(node);
     }
 }
@@ -321,7 +360,7 @@ void MarkHeapBelow(XmlNode* node) {
     while (node->parent && node->parent != node) {
         node = node->parent;
     }
-    node->heapBelow = 1;
+    Mark(node, kNodeHeapBelow, true);
 }
 
 // Replaces a name or value by the copy rule: in place when the new text fits, else an owned copy.
@@ -436,30 +475,71 @@ struct XmlDocument::PoolBlock {
 
 namespace {
 constexpr std::size_t kPoolAlign = alignof(void*);
+// A block's header: its link and its capacity.
+constexpr std::size_t kBlockHeader =
+    (sizeof(void*) + sizeof(std::size_t) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+// What a copied text's own block holds beyond the text, for the first records and arrays: enough
+// for a skin file, so that parsing one costs a single allocation.
+constexpr std::size_t kFirstRecords = 8 << 10;
+constexpr std::size_t kFirstArrays = 2 << 10;
+
+std::size_t PoolRound(std::size_t size) {
+    return (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+}
 } // namespace
 
 class XmlParser {
 public:
-    XmlParser(XmlDocument& document, std::uint32_t options)
-        : document_(document), options_(options),
-          growStep_(document.growStep == 0 ? 1 : document.growStep),
-          readable_(document.text_ + document.length_) {}
+    // `spare`, when given, is room for the first records and arrays: kFirstRecords and then
+    // kFirstArrays bytes.
+    XmlParser(XmlDocument& document, std::uint32_t options, char* spare)
+        : document_(document), options_(options), readable_(document.text_ + document.length_) {
+        if (spare) {
+            poolNext_ = spare;
+            poolEnd_ = arrayNext_ = spare + kFirstRecords;
+            arrayEnd_ = arrayNext_ + kFirstArrays;
+        }
+    }
+    ~XmlParser() {
+        if (staged_ != inlineStaged_) {
+            std::free(staged_);
+        }
+    }
+    XmlParser(const XmlParser&) = delete;
+    XmlParser& operator=(const XmlParser&) = delete;
+
+    // A Document node from the pool, or null when no memory is left.
+    XmlNode* NewRoot() {
+        auto* root = static_cast<XmlNode*>(Allocate(sizeof(XmlNode)));
+        if (root) {
+            InitNode(root, kXmlDocument, true);
+            root->parent = root;
+        }
+        return root;
+    }
+
+    // Parses from the Document node and leaves every node's children in its array.
+    char* ParseDocument(char* p, char* end, XmlNode* root) {
+        top_ = Enter(root);
+        p = Run(p, end, root, 0);
+        while (top_ != root) {
+            top_ = Leave(top_);
+        }
+        Close(root);
+        return p;
+    }
 
     char* Run(char* p, char* end, XmlNode* current, int depth);
 
     void* Allocate(std::size_t size) { return AllocateFrom(poolNext_, poolEnd_, size); }
 
-    // Arrays of pointers come from a region of their own, so that the array handed out last is
-    // usually still at its region's end when it fills up and can grow where it stands: the
-    // attributes of one tag, or the children of an element whose children have no arrays.
+    // Arrays of pointers come from a region of their own, so that a tag's attributes, handed out
+    // last while the tag is read, can grow where they stand.
     void* AllocateArray(std::size_t size) { return AllocateFrom(arrayNext_, arrayEnd_, size); }
 
 private:
-    static constexpr std::size_t kBlockHeader =
-        (sizeof(XmlDocument::PoolBlock) + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
-
     void* AllocateFrom(char*& next, char*& end, std::size_t size) {
-        size = (size + kPoolAlign - 1) / kPoolAlign * kPoolAlign;
+        size = PoolRound(size);
         if (static_cast<std::size_t>(end - next) < size && !NewPoolBlock(size, next, end)) {
             return nullptr;
         }
@@ -492,14 +572,121 @@ private:
             return nullptr;
         }
         InitNode(node, kind, true);
-        if (parent->childCount == parent->childCapacity &&
-            !GrowPooled(parent->children, parent->childCount, parent->childCapacity,
-                        parent->childrenPooled, false)) {
+        if (stagedCount_ == stagedCapacity_ && !GrowStaged()) {
             return nullptr;
         }
-        parent->children[parent->childCount++] = node;
+        staged_[stagedCount_++] = node;
+        ++parent->childCount;
         node->parent = parent;
         return node;
+    }
+
+    // The nodes whose children are still coming are the innermost one (`top_`, where new nodes
+    // are appended) and its ancestors. Their children wait on one stack, the outermost node's
+    // first, and each node's run of them is copied into an array of exactly their count when it
+    // is left. So no array is ever regrown, and none is larger than it needs to be.
+    XmlNode* Enter(XmlNode* node) {
+        Mark(node, kNodeOpen, true);
+        top_ = node;
+        return node;
+    }
+
+    // Leaves the innermost node for its parent. The Document node is never left: a surplus end
+    // tag keeps it current.
+    XmlNode* Leave(XmlNode* node) {
+        XmlNode* parent = node->parent;
+        if (parent == node) {
+            return node;
+        }
+        Close(node);
+        top_ = parent;
+        return parent;
+    }
+
+    void Close(XmlNode* node) {
+        Mark(node, kNodeOpen, false);
+        const std::uint32_t count = node->childCount;
+        if (count == 0) {
+            return;
+        }
+        stagedCount_ -= count;
+        auto** children = static_cast<XmlNode**>(AllocateArray(sizeof(XmlNode*) * count));
+        if (!children) {
+            node->childCount = 0; // no memory left: the parse stops at its next node
+            return;
+        }
+        std::memcpy(children, staged_ + stagedCount_, sizeof(XmlNode*) * count);
+        node->children = children;
+        node->childCapacity = count;
+        Mark(node, kNodeChildrenPooled, true);
+    }
+
+    // Makes `target` the innermost node, as a DocType's subset asks when it ends: leaves nodes
+    // up to the nearest of its ancestors that is still open, and opens again the ones from there
+    // down to it (a subset can leave its DocType through surplus end tags).
+    XmlNode* MoveTo(XmlNode* target) {
+        if (target == top_) {
+            return target;
+        }
+        XmlNode* open = target;
+        std::size_t depth = 0;
+        while (!Has(open, kNodeOpen)) {
+            open = open->parent;
+            ++depth;
+        }
+        while (top_ != open) {
+            top_ = Leave(top_);
+        }
+        if (depth == 0) {
+            return target;
+        }
+        auto** path = static_cast<XmlNode**>(std::malloc(sizeof(XmlNode*) * depth));
+        if (!path) {
+            stopped = true;
+            return top_;
+        }
+        std::size_t at = 0;
+        for (XmlNode* node = target; node != open; node = node->parent) {
+            path[at++] = node;
+        }
+        while (at > 0 && Reopen(path[--at])) {
+        }
+        std::free(path);
+        return top_;
+    }
+
+    // Puts the children of a closed node back on the stack and makes it the innermost node. Its
+    // array is left in the pool. False, with `stopped` set, when no memory is left.
+    bool Reopen(XmlNode* node) {
+        while (stagedCapacity_ - stagedCount_ < node->childCount) {
+            if (!GrowStaged()) {
+                stopped = true;
+                return false;
+            }
+        }
+        if (node->childCount > 0) {
+            std::memcpy(staged_ + stagedCount_, node->children,
+                        sizeof(XmlNode*) * node->childCount);
+            stagedCount_ += node->childCount;
+        }
+        Enter(node);
+        return true;
+    }
+
+    bool GrowStaged() {
+        const std::size_t capacity = stagedCapacity_ * 2;
+        const bool inlined = staged_ == inlineStaged_;
+        auto* grown = static_cast<XmlNode**>(
+            std::realloc(inlined ? nullptr : staged_, sizeof(XmlNode*) * capacity));
+        if (!grown) {
+            return false;
+        }
+        if (inlined) {
+            std::memcpy(grown, inlineStaged_, sizeof inlineStaged_);
+        }
+        staged_ = grown;
+        stagedCapacity_ = capacity;
+        return true;
     }
 
     XmlAttribute* AppendAttribute(XmlNode* node, char* name, char* value) {
@@ -508,49 +695,39 @@ private:
             return nullptr;
         }
         *attribute = XmlAttribute{name, value, 1, 1, 1};
-        if (node->attributeCount == node->attributeCapacity &&
-            !GrowPooled(node->attributes, node->attributeCount, node->attributeCapacity,
-                        node->attributesPooled, true)) {
+        if (!GrowAttributes(node)) {
             return nullptr;
         }
         node->attributes[node->attributeCount++] = attribute;
         return attribute;
     }
 
-    // Grows a full array of a node being parsed by one slot where it stands when it is the last
-    // thing in the array region; otherwise moves it there, grown to eight slots at least and
-    // otherwise by the document's step or by the present capacity, whichever is larger, so that a
-    // flat list of a million elements costs no more than a deep one. A tag's attributes, which
-    // stay at the region's end while the tag is read, move with room for one more only. Arrays
-    // met here are always the node's own first slot or pooled ones.
-    template <typename T>
-    bool GrowPooled(T**& array, std::uint32_t count, std::uint32_t& capacity,
-                    std::uint8_t& pooledArray, bool exact) {
-        if (pooledArray && reinterpret_cast<char*>(array + capacity) == arrayNext_ &&
-            static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(T*) &&
-            capacity < UINT32_MAX) {
-            arrayNext_ += sizeof(T*);
-            ++capacity;
-            return true;
-        }
-        std::uint64_t target = capacity + std::max<std::uint64_t>(growStep_, capacity);
-        target = std::min<std::uint64_t>(
-            exact ? std::uint64_t{count} + 1 : std::max<std::uint64_t>(target, 8), UINT32_MAX);
-        if (target <= capacity) {
+    // Grows the attribute array of a node being parsed by one slot: where it stands when it is
+    // the last thing in the array region, as it is while its tag is read; otherwise by a move
+    // there. Arrays met here are always null or pooled ones.
+    bool GrowAttributes(XmlNode* node) {
+        const std::uint32_t count = node->attributeCount;
+        if (count == UINT32_MAX) {
             return false;
         }
-        auto** grown = static_cast<T**>(AllocateArray(sizeof(T*) * target));
+        if (Has(node, kNodeAttributesPooled) &&
+            reinterpret_cast<char*>(node->attributes + count) == arrayNext_ &&
+            static_cast<std::size_t>(arrayEnd_ - arrayNext_) >= sizeof(XmlAttribute*)) {
+            arrayNext_ += sizeof(XmlAttribute*);
+            return true;
+        }
+        auto** grown =
+            static_cast<XmlAttribute**>(AllocateArray(sizeof(XmlAttribute*) * (count + 1)));
         if (!grown) {
             return false;
         }
         if (count == 1) {
-            grown[0] = array[0];
+            grown[0] = node->attributes[0];
         } else if (count > 1) {
-            std::memcpy(grown, array, sizeof(T*) * count);
+            std::memcpy(grown, node->attributes, sizeof(XmlAttribute*) * count);
         }
-        array = grown;
-        capacity = static_cast<std::uint32_t>(target);
-        pooledArray = 1;
+        node->attributes = grown;
+        Mark(node, kNodeAttributesPooled, true);
         return true;
     }
 
@@ -588,8 +765,9 @@ private:
             value = p;
             return close;
         }
-        // Every byte that the scan passes lies above 32, so a blank met here always follows a
-        // word byte and the value can only end on one.
+        // Byte by byte up to the first blank, as most values are a single word; past a lone
+        // blank a block at a time over words and lone blanks, and then byte by byte again where
+        // that scan stopped.
         char* q = p;
         if (!IsSpace(*q)) {
             while (true) {
@@ -600,16 +778,20 @@ private:
                     continue;
                 }
                 if (c == static_cast<unsigned char>(stop) || c == 0) {
+                    if (q > p && q[-1] == ' ') {
+                        break; // a trailing blank to drop
+                    }
                     *q = '\0';
                     value = p;
                     return q;
                 }
                 // A single blank between two words needs no work; anything else does.
                 const auto next = static_cast<unsigned char>(q[1]);
-                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop)) {
+                if (c != ' ' || next <= 32 || next == static_cast<unsigned char>(stop) ||
+                    IsSpace(q[-1])) {
                     break;
                 }
-                q += 2;
+                q = SkipPlainWords(q + 2, end, stop);
             }
         }
         char* close = Find(q, end, stop);
@@ -622,12 +804,18 @@ private:
 
     XmlDocument& document_;
     std::uint32_t options_;
-    std::uint32_t growStep_;
     char* readable_; // the NUL after the document's text: every byte before it may be read
     char* poolNext_ = nullptr; // the free part of the newest pool block for records
     char* poolEnd_ = nullptr;
     char* arrayNext_ = nullptr; // and of the newest one for arrays
     char* arrayEnd_ = nullptr;
+    XmlNode* top_ = nullptr; // the innermost node whose children are still coming
+    // Their children, the outermost node's first: here at first, on the heap when a document
+    // has more open at once.
+    XmlNode* inlineStaged_[128];
+    XmlNode** staged_ = inlineStaged_;
+    std::size_t stagedCount_ = 0;
+    std::size_t stagedCapacity_ = std::size(inlineStaged_);
 
 public:
     bool stopped = false;   // the parse ended early (DtdOnly, or no memory left)
@@ -660,7 +848,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             stopped = true;
             return end;
         }
-        current = node;
+        current = Enter(node);
     }
     char* name = p;
     p = SkipName(p);
@@ -725,6 +913,10 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             if (keep) {
                 node->value = subset;
                 if ((options_ & kXmlParseDtd) && depth < kMaxSubsetDepth) {
+                    MoveTo(node);
+                    if (stopped) {
+                        return end;
+                    }
                     Run(subset, q, node, depth + 1);
                     if (stopped) {
                         return stopAt;
@@ -744,7 +936,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
             if (c == '>') {
                 // The closing `>` itself, perhaps already cut to NUL: parsing goes on after it.
                 if (keep) {
-                    current = node->parent;
+                    current = MoveTo(node->parent);
                 }
                 return p + 1;
             }
@@ -752,7 +944,7 @@ char* XmlParser::DocType(char* p, char* end, XmlNode*& current, int depth) {
         }
     }
     if (keep) {
-        current = node->parent;
+        current = MoveTo(node->parent);
     }
     return SkipPast(p, end, '>');
 }
@@ -848,7 +1040,7 @@ markup: // Just after a `<`.
             stopped = true;
             return p;
         }
-        current = node;
+        current = Enter(node);
         ++p;
         goto name;
     case '!':
@@ -881,6 +1073,7 @@ markup: // Just after a `<`.
                 goto outside;
             }
             p = DocType(p + 7, end, current, depth);
+            current = MoveTo(current);
             if (stopped) {
                 return p;
             }
@@ -896,7 +1089,7 @@ markup: // Just after a `<`.
         goto outside;
     case '/':
         p = SkipEndTag(p + 1, end);
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     default:
         if (!IsNameByte(*p)) {
@@ -907,7 +1100,7 @@ markup: // Just after a `<`.
             stopped = true;
             return p;
         }
-        current = node;
+        current = Enter(node);
         goto name;
     }
 
@@ -921,7 +1114,7 @@ name: // The name of an element or instruction, then its attributes.
     *p++ = '\0';
     if (c == '/') {
         p = SkipPast(p, end, '>');
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     }
     if (!IsSpace(c)) {
@@ -966,7 +1159,7 @@ name: // The name of an element or instruction, then its attributes.
             goto content;
         }
         if (*p == '/') {
-            current = current->parent;
+            current = Leave(current);
             p = SkipSpace(p + 1);
             if (*p == '>') {
                 ++p;
@@ -990,12 +1183,12 @@ name: // The name of an element or instruction, then its attributes.
         if (*p == '>') {
             ++p;
         }
-        current = current->parent;
+        current = Leave(current);
         goto content;
     }
     if (c == '/' && p[1] == '>') {
         p += 2;
-        current = current->parent;
+        current = Leave(current);
         goto outside;
     }
     if (c == '>') {
@@ -1012,7 +1205,7 @@ content: // After a `>`: text up to the next tag.
     if (*p == '<') {
         if (p[1] == '/') {
             p = SkipEndTag(p + 2, end);
-            current = current->parent;
+            current = Leave(current);
             goto outside;
         }
         ++p;
@@ -1031,7 +1224,7 @@ content: // After a `>`: text up to the next tag.
         p = close + 1;
         if (*p == '/') {
             p = SkipEndTag(p + 1, end);
-            current = current->parent;
+            current = Leave(current);
             goto content;
         }
         goto markup;
@@ -1048,9 +1241,9 @@ void XmlDocument::Reset() {
     if (root_) {
         // A parsed tree lives wholly in the pool and the buffer; only a tree that the building
         // calls touched holds heap memory that needs the walk.
-        if (root_->heapBelow) {
+        if (Has(root_, kNodeHeapBelow)) {
             DestroyTree(root_);
-        } else {
+        } else if (!Has(root_, kNodePooled)) {
             std::free(root_);
         }
         root_ = nullptr;
@@ -1060,8 +1253,11 @@ void XmlDocument::Reset() {
         std::free(pool_);
         pool_ = next;
     }
-    std::free(text_);
+    if (!textInPool_) {
+        std::free(text_);
+    }
     text_ = nullptr;
+    textInPool_ = false;
     length_ = 0;
 }
 
@@ -1078,28 +1274,57 @@ const char* XmlDocument::Parse(char* text, std::uint32_t parseOptions) {
     if (!text) {
         return nullptr;
     }
-    Create();
+    Reset();
     text_ = text;
-    length_ = std::strlen(text);
+    return ParseText(std::strlen(text), parseOptions, nullptr);
+}
+
+const char* XmlDocument::ParseText(std::size_t length, std::uint32_t parseOptions, char* spare) {
+    length_ = length;
     if (parseOptions != kXmlKeepOptions) {
         options = parseOptions;
     }
+    XmlParser parser(*this, options, spare);
+    root_ = parser.NewRoot();
     if (!root_) {
-        return text;
+        return text_;
     }
-    XmlParser parser(*this, options);
-    return parser.Run(text, text + length_, root_, 0);
+    return parser.ParseDocument(text_, text_ + length_, root_);
 }
 
 const char* XmlDocument::ParseCopy(std::string_view text, std::uint32_t parseOptions) {
-    char* buffer = static_cast<char*>(std::malloc(text.size() + 1));
-    if (!buffer) {
-        Reset();
+    Reset();
+    // The copy and the first records share one block of the pool.
+    static_assert(sizeof(PoolBlock) <= kBlockHeader);
+    if (text.size() > SIZE_MAX - kBlockHeader - kFirstRecords - kFirstArrays - 2 * kPoolAlign) {
         return nullptr;
     }
-    std::memcpy(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
-    return Parse(buffer, parseOptions);
+    const std::size_t textRoom = PoolRound(text.size() + 1);
+    const std::size_t capacity = textRoom + kFirstRecords + kFirstArrays;
+    auto* block = static_cast<PoolBlock*>(std::malloc(kBlockHeader + capacity));
+    if (!block) {
+        return nullptr;
+    }
+    block->next = nullptr;
+    block->capacity = capacity;
+    pool_ = block;
+    char* buffer = reinterpret_cast<char*>(block) + kBlockHeader;
+    // The text ends at its first NUL, as it would for Parse. The copy goes in pieces that stay in
+    // the cache while they are searched, so that a large text is read from memory only once.
+    constexpr std::size_t kPiece = 32 << 10;
+    std::size_t length = text.size();
+    for (std::size_t at = 0; at < text.size(); at += kPiece) {
+        const std::size_t piece = std::min(kPiece, text.size() - at);
+        std::memcpy(buffer + at, text.data() + at, piece);
+        if (const void* nul = std::memchr(buffer + at, '\0', piece)) {
+            length = static_cast<std::size_t>(static_cast<const char*>(nul) - buffer);
+            break;
+        }
+    }
+    buffer[length] = '\0';
+    text_ = buffer;
+    textInPool_ = true;
+    return ParseText(length, parseOptions, buffer + textRoom);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -13,7 +13,8 @@
 
 namespace corvid {
 
-enum XmlNodeKind : std::int32_t {
+// Held in one byte, so that a node record fits 64 bytes.
+enum XmlNodeKind : std::int8_t {
     kXmlNull = 0,
     kXmlDocument = 1,
     kXmlElement = 2,
@@ -59,6 +60,8 @@ struct XmlAttribute {
     std::uint8_t pooled; // the record itself lives in the document's pool
 };
 
+// 56 bytes on 64-bit targets: the pointers first, then the counts, then the one-byte fields. The
+// attribute array always has exactly `attributeCount` slots.
 struct XmlNode {
     XmlNode* parent; // the Document node is its own parent
     char* name;
@@ -66,18 +69,17 @@ struct XmlNode {
     XmlAttribute** attributes;
     XmlNode** children;
     std::uint32_t attributeCount;
-    std::uint32_t attributeCapacity;
     std::uint32_t childCount;
     std::uint32_t childCapacity;
     XmlNodeKind kind;
     std::uint8_t nameInPlace;
     std::uint8_t valueInPlace;
-    // Bookkeeping: where the record and its arrays live.
-    std::uint8_t pooled;
-    std::uint8_t attributesPooled;
-    std::uint8_t childrenPooled;
-    std::uint8_t heapBelow; // on the Document node: some node of the tree owns heap memory
+    // Bookkeeping bits, the element tree's own: where the record and its arrays live, whether
+    // some node below the Document node owns heap memory, whether the parser is still adding to
+    // the node's children.
+    std::uint8_t bookkeeping;
 };
+static_assert(sizeof(void*) != 8 || sizeof(XmlNode) == 56);
 
 // True when `pattern` matches the whole of `name`: `*` any run, `?` any byte, `[...]` one byte of a
 // set (leading `!` negates, `a-z` ranges, `]` first is literal). Case-sensitive, byte by byte.
@@ -168,8 +170,13 @@ public:
     std::size_t length() const { return length_; }
 
 private:
+    // Parses `text_`, whose first NUL is at `length`, with `spare` (or null) as room for the first
+    // records.
+    const char* ParseText(std::size_t length, std::uint32_t options, char* spare);
+
     XmlNode* root_ = nullptr;
     char* text_ = nullptr;
+    bool textInPool_ = false; // the text is a copy in the pool's first block
     std::size_t length_ = 0;
     struct PoolBlock;
     PoolBlock* pool_ = nullptr;

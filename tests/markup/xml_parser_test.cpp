@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -181,6 +182,16 @@ TEST(XmlParserDocType, DtdOnlyStopsJustPastTheSubset) {
     EXPECT_EQ(document.Root().ChildCount(), 1u);
 }
 
+TEST(XmlParserDocType, EndTagsInASubsetLeaveItsDocTypeAndWhatFollowsGoesBackBelowItsParent) {
+    // Surplus end tags in the subset leave the DocType, its parent and further; the subset's
+    // elements land wherever that left them, and after the DocType parsing goes on below the
+    // DocType's parent, opened again with the children it already had.
+    EXPECT_EQ(ParseAndDescribe("<r><a><!DOCTYPE d [</x></y><b/>]><c/></a><e/></r><f/>"),
+              "el r {el a {doctype d ['d'='d'] '</x></y><b', el c}, el b, el e}, el f");
+    EXPECT_EQ(ParseAndDescribe("<r><a><!DOCTYPE d [</x></y></z><n><m>]><c/></a></r><g/>"),
+              "el r {el a {doctype d ['d'='d'] '</x></y></z><n', el c}}, el n {el m}, el g");
+}
+
 TEST(XmlParserDocType, DeclarationsOutsideADocTypeStillBecomeNodes) {
     EXPECT_EQ(ParseAndDescribe("<!ENTITY  %  pe  'v' ><!FOO bar><!ELEMENT>"),
               "entity %pe ''v'', entity bar, element ");
@@ -286,6 +297,22 @@ TEST(XmlHostileInput, ANulEndsTheParseWhereverItStands) {
                   }())
             << "NUL at " << at;
     }
+}
+
+TEST(XmlHostileInput, AnOwnedBufferAndACopyEndAtTheSameNul) {
+    const std::string text = std::string("<a x='1'><b/>", 13) + '\0' + "<c/></a>";
+    XmlDocument copied;
+    const char* copyStop = copied.ParseCopy(text, kXmlStandardReader);
+    char* owned = static_cast<char*>(std::malloc(text.size() + 1));
+    ASSERT_NE(owned, nullptr);
+    std::memcpy(owned, text.data(), text.size() + 1);
+    XmlDocument taken;
+    const char* takenStop = taken.Parse(owned, kXmlStandardReader);
+    EXPECT_EQ(copied.length(), 13u);
+    EXPECT_EQ(taken.length(), 13u);
+    EXPECT_EQ(copyStop - copied.Root().Child(0).Name(), takenStop - taken.Root().Child(0).Name());
+    EXPECT_EQ(test::Describe(copied.Root().node()), "doc {el a ['x'='1'] {el b}}");
+    EXPECT_EQ(test::Describe(taken.Root().node()), test::Describe(copied.Root().node()));
 }
 
 TEST(XmlHostileInput, UnclosedConstructsKeepWhatWasReached) {

@@ -130,6 +130,23 @@ TEST(XmlTreeBuilding, AppendsOnlyBelowTheDocumentAndElements) {
     EXPECT_EQ(element.Child(4).node()->parent, element.node());
 }
 
+TEST(XmlTreeBuilding, AParsedTreeTakesNewChildrenAndAttributes) {
+    XmlDocument document;
+    document.ParseCopy("<m><i a='1'/><i/><t>x</t></m>", kXmlStandardReader);
+    XmlBranch menu = document.Root().Child(0);
+    ASSERT_TRUE(menu.AppendChild(kXmlElement).SetName("j"));
+    EXPECT_EQ(menu.ChildCount(), 4u);
+    EXPECT_EQ(menu.Child(3).node()->parent, menu.node());
+    XmlBranch first = menu.Child(0);
+    first.SetAttributeValue(first.AttributeOrAdd("b"), "2");
+    first.SetAttributeValue(first.AttributeOrAdd("c"), "3");
+    XmlBranch second = menu.Child(1);
+    second.SetAttributeValue(second.AttributeOrAdd("d"), "4");
+    ASSERT_TRUE(document.Root().AppendChild(kXmlElement).SetName("after"));
+    EXPECT_EQ(test::Written(document), "<m>\n\t<i a=\"1\" b=\"2\" c=\"3\"/>\n\t<i d=\"4\"/>\n"
+                                       "\t<t>x</t>\n\t<j/>\n</m>\n<after/>\n");
+}
+
 TEST(XmlTreeBuilding, NamesAndValuesAreCopiedInPlaceWhenTheyFitElseOwned) {
     XmlDocument document;
     document.ParseCopy("<element a='value'/>", kXmlStandardReader);
