@@ -165,6 +165,9 @@ public:
     XmlBranch Root() const { return XmlBranch(root_); }
     void Write(std::ostream& out, char indentChar, bool lineBreaks) const;
 
+    // Callers may still set it, but nothing grows by steps any more: children wait on the
+    // parser's stack and take an array of exactly their count when their element closes, and an
+    // attribute array grows one slot at a time in place while its tag is read.
     std::uint32_t growStep = 4;
     std::uint32_t options = 0xFFFF;
     std::size_t length() const { return length_; }
