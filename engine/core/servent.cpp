@@ -658,6 +658,9 @@ void Servent::OnQuery(Peer& peer, Message& message) {
     auto query = ParseQuery(message.payload);
     if (!query || (query->broken_ggep && !TolerateBrokenGgep(peer)))
         return;
+    // Passed on as it was, the broken block would get us dropped by neighbours who count them.
+    if (query->broken_ggep)
+        message.payload = SerializeQuery(*query);
     ++stats_.queries_handled;
     AnswerQuery(peer, message, *query);
     if (!ultrapeer_)
