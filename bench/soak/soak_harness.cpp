@@ -224,7 +224,19 @@ public:
         : harness_(harness), kind_(kind), session_(session), socket_(harness.io()),
           timer_(harness.io()) {}
 
+    // Each session calls from an address of its own in 127/8, so the ultrapeer's log names it
+    // unmistakably even when ports come round again.
     void Start() {
+        asio::error_code ec;
+        socket_.open(asio::ip::tcp::v4(), ec);
+        if (!ec)
+            socket_.bind(
+                {asio::ip::address_v4(0x7F010000u + static_cast<std::uint32_t>(session_) + 1u), 0},
+                ec);
+        if (ec) {
+            End();
+            return;
+        }
         socket_.async_connect(
             ToAsio(harness_.options().target),
             [self = shared_from_this()](const asio::error_code& ec) { self->OnConnected(ec); });
