@@ -43,6 +43,7 @@ constexpr double kTargetRatio = 0.80;
 struct Run {
     SoakResult soak;
     double peak_mib = 0;
+    double cpu_seconds = 0;
     bool crashed = false;
     std::string exit_note;
     std::map<std::string, std::string> reasons; // by the client's address as the node saw it
@@ -55,6 +56,21 @@ std::optional<std::string> ReadText(const std::string& path) {
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
+}
+
+// User and system time of a process that has not been reaped yet.
+double CpuSeconds(pid_t pid) {
+    auto stat = ReadText("/proc/" + std::to_string(pid) + "/stat");
+    if (!stat)
+        return 0;
+    // Fields after the command name, which ends at the last ')': utime and stime are 14 and 15.
+    std::istringstream fields(stat->substr(stat->rfind(')') + 2));
+    std::string field;
+    double ticks = 0;
+    for (int i = 3; i <= 15 && fields >> field; ++i)
+        if (i >= 14)
+            ticks += std::strtod(field.c_str(), nullptr);
+    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 double PeakResidentMiB(pid_t pid) {
@@ -126,6 +142,7 @@ std::optional<Run> RunOnce(const std::string& node_path, const std::string& dir,
             options.hostile = 0;
         run.soak = RunSoak(options);
         run.peak_mib = PeakResidentMiB(pid);
+        run.cpu_seconds = CpuSeconds(pid);
     }
     int status = 0;
     bool exited = waitpid(pid, &status, WNOHANG) == pid;
@@ -214,8 +231,13 @@ int main(int argc, char** argv) {
     row("searches sent", clean->soak.searches, hostile->soak.searches);
     row("searches answered", clean->soak.searches_answered, hostile->soak.searches_answered);
     row("results returned", clean->soak.results, hostile->soak.results);
+    auto median_ms = [](const Run& run) { return 1000 * Median(run.soak.first_hit_seconds); };
+    std::printf("  %-28s %12.1f %12.1f\n", "median first hit ms", median_ms(*clean),
+                median_ms(*hostile));
     std::printf("  %-28s %12.1f %12.1f   (bound %.0f MiB)\n", "node peak resident MiB",
                 clean->peak_mib, hostile->peak_mib, kMemoryBoundMiB);
+    std::printf("  %-28s %12.2f %12.2f\n", "node CPU seconds", clean->cpu_seconds,
+                hostile->cpu_seconds);
 
     const double ratio = clean->soak.results ? static_cast<double>(hostile->soak.results) /
                                                    static_cast<double>(clean->soak.results)

@@ -76,7 +76,7 @@ struct GoodPeer : ServentObserver {
     InMemoryFileIndex files;
     std::unique_ptr<Node> node;
     std::unique_ptr<asio::steady_timer> search_timer;
-    std::set<Guid> searches;
+    std::map<Guid, Steady::time_point> searches;
     std::set<Guid> answered;
     bool linked = false;
 
@@ -172,7 +172,7 @@ private:
                 return;
             if (peer.linked) {
                 auto word = kWords[std::uniform_int_distribution<int>(0, kWordCount - 1)(rng_)];
-                peer.searches.insert(peer.node->servent().StartSearch(word));
+                peer.searches.emplace(peer.node->servent().StartSearch(word), Steady::now());
             }
             ScheduleSearch(peer, at + options_.search_interval);
         });
@@ -211,9 +211,12 @@ void GoodPeer::OnPeerDropped(const PeerInfo& peer, std::string_view reason) {
 }
 
 void GoodPeer::OnSearchHit(const Guid& search, const QueryHit& hit) {
-    if (!searches.count(search) || harness->stopping())
+    auto started = searches.find(search);
+    if (started == searches.end() || harness->stopping())
         return;
-    answered.insert(search);
+    if (answered.insert(search).second)
+        harness->result().first_hit_seconds.push_back(
+            std::chrono::duration<double>(Steady::now() - started->second).count());
     harness->result().results += hit.results.size();
 }
 

@@ -60,6 +60,7 @@ struct SoakResult {
     std::uint64_t searches = 0;
     std::uint64_t searches_answered = 0;
     std::uint64_t results = 0;
+    std::vector<double> first_hit_seconds; // from each answered search to its first hit
     std::vector<HostileSession> hostile;
 };
 

@@ -194,12 +194,12 @@ void Servent::DialFailed(const Endpoint& remote) {
     hosts_.Rest(remote, clock_() + config_.refused_host_rest);
 }
 
-void Servent::Lost(PeerId id) {
+void Servent::Lost(PeerId id, std::string_view reason) {
     auto it = peers_.find(id);
     if (it == peers_.end() || it->second->closing)
         return;
     it->second->closing = true;
-    it->second->close_reason = "Connection lost";
+    it->second->close_reason = reason;
     doomed_.push_back(id);
     Settle();
 }

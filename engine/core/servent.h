@@ -146,8 +146,8 @@ public:
     void Connected(PeerId id, const Endpoint& remote);
     void DialFailed(const Endpoint& remote);
     void Received(PeerId peer, ByteView bytes);
-    // The link broke or the peer hung up.
-    void Lost(PeerId peer);
+    // The link broke or the peer hung up; the transport may say why it gave up on a link.
+    void Lost(PeerId peer, std::string_view reason = "Connection lost");
     // Upkeep: handshake timeouts, dialling, pings, routing-table updates. Call about once a second.
     void Tick();
     // Sends a Bye to every open link and closes all of them.
