@@ -53,7 +53,7 @@ TEST(Soak, EveryAbuserIsDroppedForWhatItDidAndGoodPeersStillGetTheirHits) {
     soak.duration = std::chrono::seconds(10);
     soak.warm_up = std::chrono::seconds(2);
     soak.search_interval = std::chrono::milliseconds(1000);
-    soak.hostile_margin = std::chrono::seconds(5);
+    soak.hostile_margin = std::chrono::seconds(6);
     SoakResult result = RunSoak(soak);
 
     asio::post(io, [&] {
