@@ -1,5 +1,7 @@
 #include "engine/core/node.h"
 
+#include "platform/listen.h"
+
 #include <fstream>
 #include <sstream>
 
@@ -47,16 +49,7 @@ Endpoint Node::endpoint() const {
 }
 
 std::error_code Node::Start() {
-    asio::error_code ec;
-    asio::ip::tcp::endpoint at(options_.bind_address, options_.port);
-    acceptor_.open(at.protocol(), ec);
-    if (!ec)
-        acceptor_.set_option(asio::socket_base::reuse_address(true), ec);
-    if (!ec)
-        acceptor_.bind(at, ec);
-    if (!ec)
-        acceptor_.listen(asio::socket_base::max_listen_connections, ec);
-    if (ec)
+    if (auto ec = OpenListener(acceptor_, {options_.bind_address, options_.port}))
         return ec;
     port_ = acceptor_.local_endpoint().port();
     servent_->SetListen(endpoint());

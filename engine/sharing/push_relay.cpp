@@ -2,6 +2,7 @@
 
 #include "engine/sharing/upload_protocol.h"
 #include "platform/ascii.h"
+#include "platform/listen.h"
 
 #include <array>
 #include <charconv>
@@ -363,8 +364,9 @@ PushRelay::~PushRelay() {
 }
 
 asio::ip::tcp::endpoint PushRelay::Listen(std::uint16_t port) {
-    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(
-        state_->io, asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), port));
+    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(state_->io);
+    if (auto ec = OpenListener(*acceptor_, {asio::ip::address_v4::loopback(), port}))
+        throw std::system_error(ec);
     port_ = acceptor_->local_endpoint().port();
     Accept();
     return acceptor_->local_endpoint();

@@ -2,7 +2,9 @@
 
 #include "engine_h.h"
 #include "markup/language_table.h"
+#include "platform/win/clipboard.h"
 #include "platform/win/com_object.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "search/browse_history.h"
@@ -276,23 +278,7 @@ bool ResultWindow::OnEditCommand(const std::string& name) {
         return true;
     }
     if (name == "p2p_copy") {
-        const std::string text = RowsAsText(model_.Rows(), SelectedPositions());
-        if (text.empty() || !::OpenClipboard(hwnd())) {
-            return true;
-        }
-        ::EmptyClipboard();
-        if (HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, text.size() + 1)) {
-            if (void* bytes = ::GlobalLock(memory)) {
-                std::memcpy(bytes, text.c_str(), text.size() + 1);
-                ::GlobalUnlock(memory);
-                if (!::SetClipboardData(CF_TEXT, memory)) {
-                    ::GlobalFree(memory);
-                }
-            } else {
-                ::GlobalFree(memory);
-            }
-        }
-        ::CloseClipboard();
+        win::CopyTextToClipboard(hwnd(), RowsAsText(model_.Rows(), SelectedPositions()));
         return true;
     }
     return false;
@@ -314,12 +300,8 @@ void ResultWindow::ApplyLanguage() {
 
 void ResultWindow::AddColumns() {
     for (std::size_t i = 0; i < std::size(kColumnLooks); ++i) {
-        LVCOLUMNA column = {};
-        column.mask = LVCF_FMT | LVCF_WIDTH | LVCF_SUBITEM;
-        column.fmt = kColumnLooks[i].right ? LVCFMT_RIGHT : LVCFMT_LEFT;
-        column.cx = kColumnLooks[i].width;
-        column.iSubItem = static_cast<int>(i);
-        ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+        win::AddListColumn(list_, static_cast<int>(i), kColumnLooks[i].width,
+                           kColumnLooks[i].right ? LVCFMT_RIGHT : LVCFMT_LEFT);
     }
 }
 

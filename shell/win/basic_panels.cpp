@@ -1,6 +1,8 @@
 #include "shell/win/basic_panels.h"
 
 #include "markup/language_table.h"
+#include "platform/win/clipboard.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/window.h"
 #include "shell/network_info.h"
@@ -71,12 +73,7 @@ protected:
         ListView_SetExtendedListViewStyle(list, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
         int index = 0;
         for (auto [titleId, width] : columns) {
-            std::string title = Text(site_, titleId);
-            LVCOLUMNA column = {};
-            column.mask = LVCF_TEXT | LVCF_WIDTH;
-            column.pszText = title.data();
-            column.cx = width;
-            ::SendMessageA(list, LVM_INSERTCOLUMNA, index++, reinterpret_cast<LPARAM>(&column));
+            win::AddListColumn(list, index++, width, LVCFMT_LEFT, Text(site_, titleId).c_str());
         }
         return list;
     }
@@ -254,22 +251,7 @@ private:
                 text += column == 0 ? "\t" : "\r\n";
             }
         }
-        if (text.empty() || !::OpenClipboard(hwnd())) {
-            return;
-        }
-        ::EmptyClipboard();
-        if (HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, text.size() + 1)) {
-            if (void* data = ::GlobalLock(memory)) {
-                std::memcpy(data, text.c_str(), text.size() + 1);
-                ::GlobalUnlock(memory);
-                if (!::SetClipboardData(CF_TEXT, memory)) {
-                    ::GlobalFree(memory);
-                }
-            } else {
-                ::GlobalFree(memory);
-            }
-        }
-        ::CloseClipboard();
+        win::CopyTextToClipboard(hwnd(), text);
     }
 
     HWND list_ = nullptr;
