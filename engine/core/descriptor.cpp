@@ -52,6 +52,7 @@ struct Extensions {
     std::optional<GgepBlock> ggep;
     std::optional<std::uint64_t> large_size;
     std::vector<Endpoint> alternates;
+    bool broken_ggep = false;
 };
 
 void ReadGgepItems(const GgepBlock& block, Extensions& out) {
@@ -84,6 +85,7 @@ Extensions ReadExtensions(ByteView area) {
                 i += used;
                 continue;
             }
+            out.broken_ggep = true;
         }
         std::size_t end = i;
         while (end < area.size() && area[end] != kExtensionSeparator)
@@ -178,8 +180,10 @@ std::optional<Pong> ParsePong(ByteView payload) {
     p.kilobytes = r.U32Le();
     if (!r.ok())
         return std::nullopt;
-    if (r.remaining() > 0 && r.rest()[0] == kGgepMagic)
+    if (r.remaining() > 0 && r.rest()[0] == kGgepMagic) {
         p.ggep = ParseGgep(r.rest());
+        p.broken_ggep = !p.ggep;
+    }
     return p;
 }
 
@@ -250,6 +254,7 @@ std::optional<Query> ParseQuery(ByteView payload) {
         if (std::find(q.sha1s.begin(), q.sha1s.end(), hash.sha1) == q.sha1s.end())
             q.sha1s.push_back(std::move(hash.sha1));
     q.ggep = std::move(extensions.ggep);
+    q.broken_ggep = extensions.broken_ggep;
     return q;
 }
 

@@ -68,6 +68,7 @@ struct Pong {
     std::uint32_t files = 0;
     std::uint32_t kilobytes = 0;
     std::optional<GgepBlock> ggep;
+    bool broken_ggep = false; // a GGEP magic byte began something that did not parse
 
     Endpoint endpoint() const { return {ip, port}; }
 };
@@ -102,6 +103,7 @@ struct Query {
     std::string text;
     std::vector<std::string> sha1s; // base32, upper case, from "urn:sha1:" extensions
     std::optional<GgepBlock> ggep;
+    bool broken_ggep = false; // a GGEP magic byte began something that did not parse
 };
 std::optional<Query> ParseQuery(ByteView payload);
 Bytes SerializeQuery(const Query& query);

@@ -237,7 +237,7 @@ void Node::Send(PeerId peer, Bytes bytes) {
                 Shut(link);
             asio::post(io_, [this, alive = alive_, id = peer] {
                 if (*alive)
-                    servent_->Lost(id);
+                    servent_->Lost(id, "Too slow to read");
             });
         }
         return;

@@ -167,8 +167,9 @@ QrpReceiver::Result QrpReceiver::Apply(ByteView payload) {
 QrpReceiver::Result QrpReceiver::Reset(ByteReader& r) {
     std::uint32_t size = r.U32Le();
     std::uint8_t infinity = r.U8();
-    if (!r.ok() || size < 8 || size > kQrpMaxTableSize || !std::has_single_bit(size) ||
-        infinity == 0)
+    if (r.ok() && size > kQrpMaxTableSize)
+        return Result::TooLarge;
+    if (!r.ok() || size < 8 || !std::has_single_bit(size) || infinity == 0)
         return Result::Error;
     building_.emplace(size);
     expected_sequence_ = 1;

@@ -55,7 +55,8 @@ std::vector<Bytes> BuildQrpUpdate(const QueryRouteTable& table);
 // Rebuilds a peer's table from its RESET and PATCH messages.
 class QrpReceiver {
 public:
-    enum class Result { Ok, Complete, Error };
+    // TooLarge: a RESET claiming a table over kQrpMaxTableSize slots.
+    enum class Result { Ok, Complete, Error, TooLarge };
 
     Result Apply(ByteView payload);
     // The last table completed by a full patch sequence, nothing before the first.

@@ -13,6 +13,28 @@ constexpr std::size_t kOutboxFlushSize = 16384;
 constexpr std::size_t kOwnSearchesKept = 100;
 constexpr std::size_t kMaxDynamicQueries = 1000;
 constexpr std::uint8_t kMaxDynamicTtl = 3;
+// Oversized messages of a kind that is always small (a query, a ping) a link may send; each is
+// skipped unread. No servent sends such things, so a link sending a few is the one abusing us,
+// and every one costs a full 64 KiB read.
+constexpr int kOversizedBurst = 3;
+constexpr std::chrono::seconds kOversizedRefill{60};
+
+// The largest payload a well-made message of each kind needs, with room to spare: a query is a
+// few words, URNs and a GGEP block or an XML text; pings, pongs and pushes carry at most a small
+// GGEP block. Hits, query routing patches and vendor messages may use the framer's full limit.
+std::size_t PayloadLimit(PayloadType type) {
+    switch (type) {
+    case PayloadType::Ping:
+    case PayloadType::Pong:
+    case PayloadType::Push:
+    case PayloadType::Bye:
+        return 4096;
+    case PayloadType::Query:
+        return 8192;
+    default:
+        return kMaxPayload;
+    }
+}
 
 // Ultrapeers a query reaches through one link of the given degree at this TTL: the neighbour,
 // then (degree - 1) more at each further hop.
@@ -87,6 +109,11 @@ struct Servent::Peer {
     std::optional<Clock::time_point> qrp_sent_at;
     TokenBucket pings;
     TokenBucket leaf_queries;
+    TokenBucket leaf_flood; // queries over the leaf's rate
+    TokenBucket pushes;
+    TokenBucket broken_ggep;
+    TokenBucket oversized;
+    std::string close_reason;
     std::uint64_t queries_received = 0;
     std::uint64_t queries_sent = 0;
     bool vendor_messages = false; // said "Vendor-Message" in its handshake
@@ -141,6 +168,10 @@ Servent::Peer& Servent::NewPeer(PeerId id, const Endpoint& remote, bool outgoing
     peer->since = clock_();
     peer->pings = {static_cast<double>(config_.ping_burst), peer->since};
     peer->leaf_queries = {static_cast<double>(config_.leaf_query_burst), peer->since};
+    peer->leaf_flood = {static_cast<double>(config_.leaf_flood_burst), peer->since};
+    peer->pushes = {static_cast<double>(config_.push_burst), peer->since};
+    peer->broken_ggep = {static_cast<double>(config_.broken_ggep_burst), peer->since};
+    peer->oversized = {static_cast<double>(kOversizedBurst), peer->since};
     auto& ref = *peer;
     peers_.emplace(ref.id, std::move(peer));
     return ref;
@@ -163,11 +194,12 @@ void Servent::DialFailed(const Endpoint& remote) {
     hosts_.Rest(remote, clock_() + config_.refused_host_rest);
 }
 
-void Servent::Lost(PeerId id) {
+void Servent::Lost(PeerId id, std::string_view reason) {
     auto it = peers_.find(id);
     if (it == peers_.end() || it->second->closing)
         return;
     it->second->closing = true;
+    it->second->close_reason = reason;
     doomed_.push_back(id);
     Settle();
 }
@@ -461,6 +493,15 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
         return;
     if (h.ttl + h.hops > kMaxTtlPlusHops)
         h.ttl = static_cast<std::uint8_t>(kMaxTtlPlusHops - std::min<int>(h.hops, kMaxTtlPlusHops));
+    if (message.payload.size() > PayloadLimit(message.type())) {
+        if (!peer.oversized.Take(
+                clock_(), kOversizedBurst,
+                std::chrono::duration_cast<std::chrono::milliseconds>(kOversizedRefill))) {
+            ++stats_.peers_dropped_for_abuse;
+            Drop(peer, 400, "Oversized messages");
+        }
+        return;
+    }
     switch (message.type()) {
     case PayloadType::Ping:
         OnPing(peer, message);
@@ -468,9 +509,12 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
     case PayloadType::Pong:
         OnPong(peer, message);
         break;
-    case PayloadType::Bye:
-        Drop(peer, 0, "Bye");
+    case PayloadType::Bye: {
+        auto bye = ParseBye(message.payload);
+        Drop(peer, 0,
+             bye ? "Bye " + std::to_string(bye->code) + " " + bye->reason.substr(0, 100) : "Bye");
         break;
+    }
     case PayloadType::RouteTable:
         OnRouteTable(peer, message);
         break;
@@ -524,7 +568,7 @@ void Servent::OnPing(Peer& peer, Message& message) {
 
 void Servent::OnPong(Peer& peer, Message& message) {
     auto pong = ParsePong(message.payload);
-    if (!pong)
+    if (!pong || (pong->broken_ggep && !TolerateBrokenGgep(peer)))
         return;
     auto route = ping_routes_.Find(message.header.guid, clock_());
     if (!route)
@@ -555,7 +599,10 @@ void Servent::OnRouteTable(Peer& peer, Message& message) {
     if (!peer.qrp)
         return; // last-hop tables between ultrapeers: not used here
     auto result = peer.qrp->Apply(message.payload);
-    if (result == QrpReceiver::Result::Error) {
+    if (result == QrpReceiver::Result::TooLarge) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 400, "Query routing table too big");
+    } else if (result == QrpReceiver::Result::Error) {
         ++stats_.peers_dropped_for_abuse;
         Drop(peer, 400, "Bad query routing table");
     } else if (result == QrpReceiver::Result::Complete && peer.kind == PeerKind::Leaf) {
@@ -566,6 +613,13 @@ void Servent::OnRouteTable(Peer& peer, Message& message) {
 }
 
 void Servent::OnPush(Peer& peer, Message& message) {
+    // Counted before anything is read: a storm of pushes nobody can route costs as much as one
+    // of pushes we relay.
+    if (!peer.pushes.Take(clock_(), config_.push_burst, config_.push_refill)) {
+        ++stats_.peers_dropped_for_abuse;
+        Drop(peer, 409, "Push flood");
+        return;
+    }
     auto push = ParsePush(message.payload);
     if (!push)
         return;
@@ -591,6 +645,10 @@ void Servent::OnQuery(Peer& peer, Message& message) {
     if (peer.kind == PeerKind::Leaf &&
         !peer.leaf_queries.Take(now, config_.leaf_query_burst, config_.leaf_query_refill)) {
         ++stats_.queries_dropped_for_rate;
+        if (!peer.leaf_flood.Take(now, config_.leaf_flood_burst, config_.leaf_flood_refill)) {
+            ++stats_.peers_dropped_for_abuse;
+            Drop(peer, 409, "Query flood");
+        }
         return;
     }
     if (!query_routes_.Insert(message.header.guid, peer.id, now)) {
@@ -598,8 +656,11 @@ void Servent::OnQuery(Peer& peer, Message& message) {
         return;
     }
     auto query = ParseQuery(message.payload);
-    if (!query)
+    if (!query || (query->broken_ggep && !TolerateBrokenGgep(peer)))
         return;
+    // Passed on as it was, the broken block would get us dropped by neighbours who count them.
+    if (query->broken_ggep)
+        message.payload = SerializeQuery(*query);
     ++stats_.queries_handled;
     AnswerQuery(peer, message, *query);
     if (!ultrapeer_)
@@ -825,9 +886,20 @@ void Servent::SendMergedQrp(Peer& peer) {
         SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::RouteTable, 1, payload));
 }
 
+// A message with a broken GGEP block is still used for what it says around it, unless the link
+// has sent too many of them; then it goes.
+bool Servent::TolerateBrokenGgep(Peer& peer) {
+    if (peer.broken_ggep.Take(clock_(), config_.broken_ggep_burst, config_.broken_ggep_refill))
+        return true;
+    ++stats_.peers_dropped_for_abuse;
+    Drop(peer, 400, "Broken GGEP");
+    return false;
+}
+
 void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
     if (peer.closing)
         return;
+    peer.close_reason = reason;
     if (code != 0 && peer.state == Peer::State::Open)
         SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::Bye, 1,
                                       SerializeBye({code, std::string(reason)})));
@@ -853,6 +925,11 @@ void Servent::Settle() {
             continue;
         if (gone->second->kind == PeerKind::Leaf)
             ++leaf_tables_changed_;
+        if (observer_) {
+            auto info = Describe(*gone->second);
+            auto reason = std::move(gone->second->close_reason);
+            Notify([&] { observer_->OnPeerDropped(info, reason); });
+        }
         peers_.erase(gone);
         ping_routes_.ForgetPeer(id);
         query_routes_.ForgetPeer(id);

@@ -42,6 +42,20 @@ struct ServentConfig {
     std::chrono::milliseconds ping_refill{1000};
     int leaf_query_burst = 20;
     std::chrono::milliseconds leaf_query_refill{1000};
+    // Queries a leaf may send over its rate before it is dropped: a client re-querying every
+    // open search at start-up overshoots for a moment; a flood keeps overshooting.
+    int leaf_flood_burst = 100;
+    std::chrono::milliseconds leaf_flood_refill{1000};
+    // Pushes one link may send at once. A downloader asks each firewalled source once, and an
+    // ultrapeer neighbour relays its leaves' pushes, so bursts of a hundred and a steady twenty
+    // a second are real; thousands a second are not.
+    int push_burst = 200;
+    std::chrono::milliseconds push_refill{50};
+    // Messages with a broken GGEP block a link may send. Neighbours relay other servents'
+    // queries, so one buggy servent somewhere shows up now and then; a link that sends more
+    // than one a second for half a minute is the one breaking them.
+    int broken_ggep_burst = 30;
+    std::chrono::milliseconds broken_ggep_refill{1000};
     std::chrono::seconds handshake_timeout{15};
     std::chrono::seconds ping_interval{30};
     std::chrono::seconds qrp_resend_interval{60};
@@ -108,6 +122,9 @@ public:
     virtual void OnPushRequest(const Push& /*push*/) {}
     virtual void OnPeerOpened(const PeerInfo& /*peer*/) {}
     virtual void OnPeerClosed(PeerId /*peer*/) {}
+    // Every link that goes, just before OnPeerClosed, with why: the reason we gave when we
+    // dropped it, "Bye ..." when the peer said goodbye, "Connection lost" when the link broke.
+    virtual void OnPeerDropped(const PeerInfo& /*peer*/, std::string_view /*reason*/) {}
     virtual void OnQrpTableComplete(PeerId /*peer*/) {}
 };
 
@@ -129,8 +146,8 @@ public:
     void Connected(PeerId id, const Endpoint& remote);
     void DialFailed(const Endpoint& remote);
     void Received(PeerId peer, ByteView bytes);
-    // The link broke or the peer hung up.
-    void Lost(PeerId peer);
+    // The link broke or the peer hung up; the transport may say why it gave up on a link.
+    void Lost(PeerId peer, std::string_view reason = "Connection lost");
     // Upkeep: handshake timeouts, dialling, pings, routing-table updates. Call about once a second.
     void Tick();
     // Sends a Bye to every open link and closes all of them.
@@ -201,6 +218,7 @@ private:
     // Our files' and our leaves' tables as one, for ultrapeer neighbours' last hop.
     void SendMergedQrp(Peer& peer);
     std::uint64_t MergedTableStamp() const;
+    bool TolerateBrokenGgep(Peer& peer);
     void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
     // Sends what this event produced and forgets the peers it closed; every public entry ends here.
     void Settle();

@@ -81,8 +81,8 @@ TEST(QrpReceiver, OutOfOrderOrOversizedPatchesAreErrors) {
     EXPECT_EQ(no_reset.Apply(messages[1]), QrpReceiver::Result::Error);
 
     QrpReceiver huge;
-    EXPECT_EQ(huge.Apply(Bytes{0x00, 0, 0, 0, 0x40, 7}), QrpReceiver::Result::Error); // 1 GiB
-    EXPECT_EQ(huge.Apply(Bytes{0x00, 100, 0, 0, 0, 7}), QrpReceiver::Result::Error);  // not 2^n
+    EXPECT_EQ(huge.Apply(Bytes{0x00, 0, 0, 0, 0x40, 7}), QrpReceiver::Result::TooLarge); // 1 GiB
+    EXPECT_EQ(huge.Apply(Bytes{0x00, 100, 0, 0, 0, 7}), QrpReceiver::Result::Error);     // not 2^n
 
     // More entries than the table holds.
     QrpReceiver overflow;

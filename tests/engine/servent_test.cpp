@@ -17,7 +17,11 @@ struct Recorder : ServentObserver {
     std::vector<QueryHit> hits;
     std::vector<Push> pushes;
     int tables = 0;
+    std::vector<std::pair<PeerInfo, std::string>> drops;
     void OnSearchHit(const Guid&, const QueryHit& hit) override { hits.push_back(hit); }
+    void OnPeerDropped(const PeerInfo& peer, std::string_view reason) override {
+        drops.emplace_back(peer, std::string(reason));
+    }
     void OnPushRequest(const Push& push) override { pushes.push_back(push); }
     void OnQrpTableComplete(PeerId) override { ++tables; }
 };
@@ -954,6 +958,265 @@ TEST(LastHopQueryRouting, UltrapeersExchangeMergedTablesAndTtlOneQueriesHonourTh
 
 namespace corvid::gnutella {
 namespace {
+
+// One ultrapeer under test with a polite neighbour that hears what gets through, and raw peers
+// that misbehave one way each. Every abuser must go, with the reason the observer sees; every
+// well-behaved pattern next to it must stay.
+class DropPolicies : public ::testing::Test {
+protected:
+    void SetUp() override {
+        up = &net.AddServent(NodeMode::UltraPeer, {"alpha song.mp3"});
+        listener = &net.AddRaw();
+        listener_id = RawUltrapeer(net, *listener, *up);
+        listener->inbox.clear();
+    }
+
+    PeerId Leaf(SimNet::Station& raw) {
+        PeerId id = net.Link(raw, *up);
+        net.RawSend(raw, id,
+                    "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: False\r\nX-Query-Routing: 0.1\r\n\r\n");
+        net.Run();
+        net.RawSend(raw, id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+        net.Run();
+        return id;
+    }
+
+    // The reason the observer heard for the peer at this raw end's address, empty if it stayed.
+    std::string ReasonFor(const SimNet::Station& raw) const {
+        for (const auto& [peer, reason] : up->recorder.drops)
+            if (peer.remote == raw.address)
+                return reason;
+        return {};
+    }
+
+    Bytes PushTo(const Guid& servent) {
+        return Frame(Guid::Random(rng), PayloadType::Push, 3, 0,
+                     SerializePush({servent, 1, 0x0A000001, 6346}));
+    }
+
+    Bytes BrokenGgepQuery(const std::string& text) {
+        Bytes payload = QueryPayload(text);
+        payload.insert(payload.end(), {kGgepMagic, 0x00, 0x42});
+        return Frame(Guid::Random(rng), PayloadType::Query, 3, 0, payload);
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    SimNet::Station* listener = nullptr;
+    PeerId listener_id = 0;
+    std::mt19937_64 rng{17};
+};
+
+TEST_F(DropPolicies, EveryClosedLinkReachesTheObserverWithItsReason) {
+    auto& polite = net.AddRaw();
+    PeerId polite_id = RawUltrapeer(net, polite, *up);
+    net.RawSend(polite, polite_id,
+                Frame(Guid::Random(rng), PayloadType::Bye, 1, 0, SerializeBye({200, "Done"})));
+    auto& broken = net.AddRaw();
+    RawUltrapeer(net, broken, *up);
+    net.Run();
+    for (const auto& p : up->servent->Peers())
+        if (p.remote == broken.address)
+            up->servent->Lost(p.id);
+    auto& quiet = net.AddRaw();
+    net.Link(quiet, *up);
+    net.now += std::chrono::seconds(16);
+    up->servent->Tick();
+    net.Run();
+
+    EXPECT_EQ(ReasonFor(polite), "Bye 200 Done");
+    EXPECT_EQ(ReasonFor(broken), "Connection lost");
+    EXPECT_EQ(ReasonFor(quiet), "Handshake timeout");
+    for (const auto& [peer, reason] : up->recorder.drops) {
+        if (peer.remote == quiet.address) {
+            EXPECT_EQ(peer.kind, PeerKind::Handshaking);
+        }
+    }
+    EXPECT_EQ(up->servent->Peers().size(), 1u);
+}
+
+TEST_F(DropPolicies, APushStormGoesWhileADownloadsBurstAndARelayStay) {
+    Guid firewalled = Guid::Random(rng);
+    auto& storm = net.AddRaw();
+    PeerId storm_id = RawUltrapeer(net, storm, *up);
+    for (int i = 0; i < 1000 && !storm.hung_up; ++i) {
+        net.RawSend(storm, storm_id, PushTo(firewalled));
+        net.Run();
+    }
+    EXPECT_TRUE(storm.hung_up);
+    EXPECT_EQ(ReasonFor(storm), "Push flood");
+
+    // A download from 150 firewalled sources at once, then an ultrapeer relaying ten a second
+    // for a minute.
+    auto& relay = net.AddRaw();
+    PeerId relay_id = RawUltrapeer(net, relay, *up);
+    for (int i = 0; i < 150; ++i)
+        net.RawSend(relay, relay_id, PushTo(Guid::Random(rng)));
+    net.Run();
+    for (int second = 0; second < 60; ++second) {
+        net.now += std::chrono::seconds(1);
+        for (int i = 0; i < 10; ++i)
+            net.RawSend(relay, relay_id, PushTo(firewalled));
+        net.Run();
+    }
+    EXPECT_FALSE(relay.hung_up);
+    EXPECT_EQ(ReasonFor(relay), "");
+}
+
+TEST_F(DropPolicies, BrokenGgepIsToleratedAndStrippedNowAndThenButNotFromALinkThatKeepsSendingIt) {
+    // A neighbour relaying one bad query every two seconds: the queries still travel.
+    auto& relay = net.AddRaw();
+    PeerId relay_id = RawUltrapeer(net, relay, *up);
+    for (int i = 0; i < 60; ++i) {
+        net.now += std::chrono::seconds(2);
+        net.RawSend(relay, relay_id, BrokenGgepQuery("relayed " + std::to_string(i)));
+        net.Run();
+    }
+    EXPECT_FALSE(relay.hung_up);
+    auto relayed = OfType(Read(*listener, 0), PayloadType::Query);
+    ASSERT_EQ(relayed.size(), 60u);
+    // Without the broken block: the next ultrapeer must not blame us for it.
+    EXPECT_EQ(ParseQuery(relayed[0].payload)->text, "relayed 0");
+    EXPECT_FALSE(ParseQuery(relayed[0].payload)->broken_ggep);
+
+    auto& breaker = net.AddRaw();
+    PeerId breaker_id = RawUltrapeer(net, breaker, *up);
+    for (int i = 0; i < 100 && !breaker.hung_up; ++i) {
+        net.RawSend(breaker, breaker_id, BrokenGgepQuery("broken " + std::to_string(i)));
+        net.Run();
+    }
+    EXPECT_TRUE(breaker.hung_up);
+    EXPECT_EQ(ReasonFor(breaker), "Broken GGEP");
+
+    // Broken pongs count the same.
+    auto& ponger = net.AddRaw();
+    PeerId ponger_id = RawUltrapeer(net, ponger, *up);
+    Bytes pong = SerializePong({6346, 0x01020304, 1, 2, {}});
+    pong.insert(pong.end(), {kGgepMagic, 0x00});
+    for (int i = 0; i < 100 && !ponger.hung_up; ++i) {
+        net.RawSend(ponger, ponger_id, Frame(Guid::Random(rng), PayloadType::Pong, 1, 0, pong));
+        net.Run();
+    }
+    EXPECT_EQ(ReasonFor(ponger), "Broken GGEP");
+}
+
+TEST_F(DropPolicies, ALeafThatKeepsFloodingGoesAndOneThatRequeriesStays) {
+    auto& flooder = net.AddRaw();
+    PeerId flooder_id = Leaf(flooder);
+    for (int i = 0; i < 1000 && !flooder.hung_up; ++i) {
+        net.RawSend(flooder, flooder_id,
+                    Frame(Guid::Random(rng), PayloadType::Query, 3, 0,
+                          QueryPayload("flood " + std::to_string(i))));
+        net.Run();
+    }
+    EXPECT_TRUE(flooder.hung_up);
+    EXPECT_EQ(ReasonFor(flooder), "Query flood");
+    EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 101u);
+
+    // Re-querying 60 open searches at start-up, then two a second for two minutes.
+    auto& requery = net.AddRaw();
+    PeerId requery_id = Leaf(requery);
+    int sent = 0;
+    for (int i = 0; i < 60; ++i)
+        net.RawSend(requery, requery_id,
+                    Frame(Guid::Random(rng), PayloadType::Query, 3, 0,
+                          QueryPayload("open " + std::to_string(sent++))));
+    net.Run();
+    for (int i = 0; i < 240; ++i) {
+        net.now += std::chrono::milliseconds(500);
+        net.RawSend(requery, requery_id,
+                    Frame(Guid::Random(rng), PayloadType::Query, 3, 0,
+                          QueryPayload("open " + std::to_string(sent++))));
+        net.Run();
+    }
+    EXPECT_FALSE(requery.hung_up);
+}
+
+TEST_F(DropPolicies, PingsEveryMillisecondGoWithinTheBurst) {
+    auto& pinger = net.AddRaw();
+    PeerId pinger_id = RawUltrapeer(net, pinger, *up);
+    int sent = 0;
+    for (; sent < 1000 && !pinger.hung_up; ++sent) {
+        net.now += std::chrono::milliseconds(1);
+        net.RawSend(pinger, pinger_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+        net.Run();
+    }
+    EXPECT_TRUE(pinger.hung_up);
+    EXPECT_LE(sent, 12);
+    EXPECT_EQ(ReasonFor(pinger), "Ping flood");
+}
+
+TEST_F(DropPolicies, ATableOverTheLimitDropsTheLeafOneAtTheLimitIsKept) {
+    auto& greedy = net.AddRaw();
+    PeerId greedy_id = Leaf(greedy);
+    net.RawSend(greedy, greedy_id,
+                Frame(Guid::Random(rng), PayloadType::RouteTable, 1, 0,
+                      Bytes{0x00, 0x00, 0x00, 0x00, 0x80, 7})); // 2^31 slots
+    net.Run();
+    EXPECT_TRUE(greedy.hung_up);
+    EXPECT_EQ(ReasonFor(greedy), "Query routing table too big");
+
+    auto& big = net.AddRaw();
+    PeerId big_id = Leaf(big);
+    QueryRouteTable table(kQrpMaxTableSize);
+    table.Add("gamma");
+    for (auto& payload : BuildQrpUpdate(table))
+        net.RawSend(big, big_id, Frame(Guid::Random(rng), PayloadType::RouteTable, 1, 0, payload));
+    net.Run();
+    EXPECT_FALSE(big.hung_up);
+    EXPECT_EQ(up->recorder.tables, 1);
+}
+
+TEST_F(DropPolicies, MaximumSizeMessagesOfSmallKindsAreSkippedThenTheLinkGoes) {
+    auto& sender = net.AddRaw();
+    PeerId sender_id = RawUltrapeer(net, sender, *up);
+    Bytes huge_query = QueryPayload("alpha");
+    huge_query.resize(kMaxPayload, 'x');
+    for (int i = 0; i < 3; ++i)
+        net.RawSend(sender, sender_id,
+                    Frame(Guid::Random(rng), PayloadType::Query, 3, 0, huge_query));
+    net.Run();
+    EXPECT_FALSE(sender.hung_up);
+    EXPECT_TRUE(OfType(Read(*listener, 0), PayloadType::Query).empty());
+    net.RawSend(sender, sender_id,
+                Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, Bytes(kMaxPayload, 0)));
+    net.Run();
+    EXPECT_TRUE(sender.hung_up);
+    EXPECT_EQ(ReasonFor(sender), "Oversized messages");
+
+    // A hit of the full size is routed back like any other.
+    Guid guid = Guid::Random(rng);
+    net.RawSend(*listener, listener_id,
+                Frame(guid, PayloadType::Query, 3, 0, QueryPayload("zeta")));
+    net.Run();
+    auto& answerer = net.AddRaw();
+    PeerId answerer_id = RawUltrapeer(net, answerer, *up);
+    QueryHit hit;
+    hit.servent = Guid::Random(rng);
+    hit.results.push_back({1, 10, std::string(kMaxPayload - 200, 'z'), "", "", {}});
+    Bytes payload = SerializeQueryHit(hit);
+    ASSERT_LE(payload.size(), kMaxPayload);
+    listener->inbox.clear();
+    net.RawSend(answerer, answerer_id, Frame(guid, PayloadType::QueryHit, 3, 0, payload));
+    net.Run();
+    EXPECT_EQ(OfType(Read(*listener, 0), PayloadType::QueryHit).size(), 1u);
+    EXPECT_FALSE(answerer.hung_up);
+}
+
+TEST_F(DropPolicies, AHandshakeDribbledByteByByteStillTimesOut) {
+    auto& slow = net.AddRaw();
+    PeerId slow_id = net.Link(slow, *up);
+    std::string text = "GNUTELLA CONNECT/0.6\r\nUser-Agent: ";
+    net.RawSend(slow, slow_id, text);
+    for (int i = 0; i < 40 && !slow.hung_up; ++i) {
+        net.now += std::chrono::seconds(1);
+        net.RawSend(slow, slow_id, "a");
+        up->servent->Tick();
+        net.Run();
+    }
+    EXPECT_TRUE(slow.hung_up);
+    EXPECT_EQ(ReasonFor(slow), "Handshake timeout");
+}
 
 // The user lowers and raises the link counts while the ultrapeer runs.
 TEST(LinkCounts, LoweredCountsCloseTheNewestLinksAndRaisedOnesAreDialledFor) {

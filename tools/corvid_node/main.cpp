@@ -78,6 +78,11 @@ public:
         if (on_change)
             on_change();
     }
+    // Every link that goes is logged with why, for whoever watches a node under abuse.
+    void OnPeerDropped(const PeerInfo& peer, std::string_view reason) override {
+        std::cout << "dropped " << peer.id << " " << peer.remote.ToString() << " "
+                  << KindName(peer.kind) << " " << reason << std::endl;
+    }
     void OnPeerClosed(PeerId peer) override {
         std::cout << "disconnected " << peer << std::endl;
         if (on_change)
