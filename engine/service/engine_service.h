@@ -30,12 +30,28 @@ struct EngineOptions {
     // Lets private addresses learnt from peers into the host cache: loopback test networks only.
     bool allow_private_addresses = false;
     std::string host_cache_file;
+    // Asked when nobody is left to dial.
+    std::vector<gnutella::BootstrapCache> caches;
+    // The editable cache list that ships beside the engine's binary: read at start, when the host
+    // cache knows fewer than kFewKnownHosts hosts, and asked after the caches above. Empty: none.
+    std::string shipped_cache_list;
     std::string user_agent = "Corvid/0.1";
     // The tick counter the hosts view reads (milliseconds, 32-bit, wrapping).
     std::function<std::uint32_t()> tick;
     // The total upload limit in bytes per second (0: none), asked about once a second.
     std::function<std::uint64_t()> upload_limit;
 };
+
+// Fewer hosts than this in the host cache, and the shipped cache list is read at start.
+inline constexpr std::size_t kFewKnownHosts = 20;
+
+// Applies CORVID_ENGINE_BOOTSTRAP, which test networks and demos set (nothing: the variable is not
+// set). Unset or empty changes nothing. "none": the engine finds nobody by itself: no shipped
+// cache list, and no host cache read or written, so a test run never dials what an earlier one
+// left behind (hosts the user's NetWork.ini names are still dialled). Otherwise a list separated
+// by commas of hosts ("a.b.c.d:port", dialled at start) and caches ("gwc <url>",
+// "uhc <host>:<port>"), which stand in for the shipped list.
+void ApplyBootstrapVariable(EngineOptions& options, std::optional<std::string_view> value);
 
 // Told on the network thread; must not call back into the service.
 class EngineListener {
