@@ -270,11 +270,17 @@ std::error_code EngineService::Start(EngineOptions options) {
             SendPushThroughProxies(r->io, target, r->node->servent().listen());
             return routed || !target.proxies.empty();
         });
+    // The port it had before, when free: downloads started before a reconnect keep their URLs.
     try {
-        run->relay->Listen();
-    } catch (const std::system_error& error) {
-        return error.code();
+        run->relay->Listen(relay_port_);
+    } catch (const std::system_error&) {
+        try {
+            run->relay->Listen();
+        } catch (const std::system_error& error) {
+            return error.code();
+        }
     }
+    relay_port_ = run->relay->port();
     NodeOptions node_options;
     node_options.servent.network = run->options.network;
     node_options.servent.firewalled = run->options.behind_firewall;

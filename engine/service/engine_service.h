@@ -135,6 +135,7 @@ private:
     EngineListener& listener_;
     gnutella::UploadRegistry uploads_;
     std::unique_ptr<Running> running_;
+    std::uint16_t relay_port_ = 0;
 };
 
 } // namespace corvid::engine
