@@ -1,5 +1,6 @@
-// The whole engine of one process: the servent, the upload server with browse host and push, and
-// the searches and browses the user runs, over one shared file index. It runs on a network thread
+// The whole engine of one process: the servent, the upload server with browse host and push, the
+// loopback relay through which the downloader fetches files of firewalled hosts, and the searches
+// and browses the user runs, over one shared file index. It runs on a network thread
 // of its own between Start and Stop; the caller's thread asks it questions (answered by the
 // network thread while the caller waits) and hears from it through EngineListener, always on the
 // network thread. This is what the engine's COM face wraps.
