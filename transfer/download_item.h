@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,21 +20,34 @@ struct LogLine {
     std::string text;
 };
 
+// A run of a log's lines and the number of the first of them.
+struct LogLines {
+    std::size_t first = 0;
+    std::vector<LogLine> lines;
+};
+
 // The log of one source. The log pane keeps a reference to the log it shows, so a log outlives the
 // source it belongs to when the source is dropped while shown; its lines have a lock of their own
 // that the pane takes for reading (the writers also hold the item's lock, so nobody holds this one
 // for longer than a copy: a reader that filled controls under it would stall the writer, and with
 // it everyone waiting for the item).
+// Only the newest kKeptLines lines are kept: a source retried for days writes a request and an
+// answer at every try, and what happened a thousand tries ago helps nobody. Lines keep the number
+// they were written with, so a reader asking from a line the log has let go gets what is left.
 class SourceLog {
 public:
+    static constexpr std::size_t kKeptLines = 2000;
+
     void Append(std::time_t time, std::int32_t kind, std::string text);
+    // The number of lines ever written.
     std::size_t Size() const;
-    // A copy of the lines from index `from` on.
-    std::vector<LogLine> LinesFrom(std::size_t from) const;
+    // A copy of the kept lines numbered `from` on.
+    LogLines LinesFrom(std::size_t from) const;
 
 private:
     mutable std::mutex lock_;
-    std::vector<LogLine> lines_;
+    std::deque<LogLine> lines_;
+    std::size_t dropped_ = 0;
 };
 
 // One URL handed to the engine for an item. Fields other than the log are guarded by the item's

@@ -105,6 +105,7 @@ bool DownloadLogModel::ShowLog(const std::shared_ptr<SourceLog>& log) {
     view_.DeleteAllRows();
     log_ = log;
     linesShown_ = 0;
+    rowsShown_ = 0;
     if (log_)
         AppendLinesFrom(0);
     return true;
@@ -118,12 +119,21 @@ void DownloadLogModel::AppendLog() {
 
 void DownloadLogModel::AppendLinesFrom(std::size_t first) {
     // Copied first: filling rows is slow, and the log's writer holds the item's lock.
-    const auto lines = log_->LinesFrom(first);
-    linesShown_ = first + lines.size();
-    if (lines.empty())
+    auto copy = log_->LinesFrom(first);
+    // The list holds no more than the log keeps: when the new lines would take it past that, it
+    // starts again with the newest half, so that refilling comes once per half a log of lines,
+    // not at every line.
+    if (rowsShown_ + copy.lines.size() > SourceLog::kKeptLines) {
+        view_.DeleteAllRows();
+        rowsShown_ = 0;
+        copy = log_->LinesFrom(copy.first + copy.lines.size() - SourceLog::kKeptLines / 2);
+    }
+    linesShown_ = copy.first + copy.lines.size();
+    rowsShown_ += copy.lines.size();
+    if (copy.lines.empty())
         return;
     view_.BeginRows();
-    for (const auto& line : lines)
+    for (const auto& line : copy.lines)
         view_.AppendRow(CtimeText(line.time), line.text, IconOfKind(line.kind), line.kind);
     view_.ScrollToLastRow();
 }

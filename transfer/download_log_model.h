@@ -70,6 +70,8 @@ private:
     // Lines of log_ already in the list. An empty log keeps its place too, so that lines written
     // after it was shown still arrive.
     std::size_t linesShown_ = 0;
+    // Rows in the list now.
+    std::size_t rowsShown_ = 0;
 };
 
 } // namespace corvid::transfer

@@ -68,6 +68,13 @@ bool EngineCore::Disconnect() {
     return true;
 }
 
+HRESULT EngineCore::ReloadSettings() {
+    if (!service_->running()) {
+        return S_OK;
+    }
+    return service_->ApplySettings(ReadEngineOptions()) ? S_OK : S_FALSE;
+}
+
 std::uint32_t EngineCore::AddSearch(SearchObject* search) {
     do {
         ++lastSearch_;

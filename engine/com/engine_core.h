@@ -33,6 +33,10 @@ public:
     // Leaves the network; nothing the service said before reaches anyone afterwards. False when
     // it was not connected.
     bool Disconnect();
+    // Reads "Config\NetWork.ini" again. S_OK when everything applies now (or at the next connect
+    // of an engine that is not connected); S_FALSE when a running engine keeps its port, mode,
+    // firewall flag or upload port until it reconnects.
+    HRESULT ReloadSettings();
 
     void Attach(EngineObject* engine) { engine_ = engine; }
     void Detach() { engine_ = nullptr; }

@@ -229,10 +229,8 @@ HRESULT EngineObject::DisconnectNode(BSTR nodeId) {
     });
 }
 
-// The servent takes its counts when it starts: a running engine applies the file at its next
-// connect, which S_FALSE says.
 HRESULT EngineObject::ReloadSettings() {
-    return core_->service().running() ? S_FALSE : S_OK;
+    return win::ComBoundary([&] { return core_->ReloadSettings(); });
 }
 
 SearchObject::SearchObject(std::shared_ptr<EngineCore> core, SearchRequest request)

@@ -876,6 +876,34 @@ int Servent::CountPeers(PeerKind kind) const {
     return n;
 }
 
+void Servent::TrimLinks(PeerKind kind, int keep, std::string_view reason) {
+    int excess = CountPeers(kind) - std::max(keep, 0);
+    // Peer ids only grow, so walking back from the end meets the newest links first.
+    for (auto it = peers_.rbegin(); it != peers_.rend() && excess > 0; ++it) {
+        Peer& peer = *it->second;
+        if (!peer.closing && peer.kind == kind) {
+            Drop(peer, 200, reason);
+            --excess;
+        }
+    }
+}
+
+void Servent::SetLinkCounts(const NetworkSettings& counts) {
+    NetworkSettings& mine = config_.network;
+    mine.peer_max_count = counts.peer_max_count;
+    mine.ultrapeer_max_count = counts.ultrapeer_max_count;
+    mine.ultrapeer_min_count = std::min(counts.ultrapeer_min_count, counts.ultrapeer_max_count);
+    mine.leaf_peer_max_count = counts.leaf_peer_max_count;
+    constexpr std::string_view kReason = "Fewer links wanted";
+    if (ultrapeer_) {
+        TrimLinks(PeerKind::Ultrapeer, mine.ultrapeer_max_count, kReason);
+        TrimLinks(PeerKind::Leaf, mine.leaf_peer_max_count, kReason);
+    } else {
+        TrimLinks(PeerKind::Ultrapeer, mine.peer_max_count, kReason);
+    }
+    Settle();
+}
+
 int Servent::CountPendingUltrapeers() const {
     int n = static_cast<int>(dialing_.size());
     for (const auto& [id, peer] : peers_)

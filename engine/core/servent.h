@@ -143,6 +143,10 @@ public:
     Guid StartSearch(std::string text, std::vector<std::string> sha1s = {});
     // The user closed the search: our ultrapeer hears "stop" when it asks how it is going.
     void StopSearch(const Guid& search);
+    // The user changed how many links to keep (the counts of `counts`; its port and mode are
+    // the node's, fixed while it runs). Raised counts are dialled for from the next tick;
+    // lowered ones close the newest links beyond them now, so the longest-lived links stay.
+    void SetLinkCounts(const NetworkSettings& counts);
     // Sends a Push towards the servent that offered a file, by its servent GUID.
     bool SendPush(const Guid& servent, std::uint32_t file_index);
 
@@ -214,6 +218,8 @@ private:
     std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;
     PeerInfo Describe(const Peer& peer) const;
     int CountPeers(PeerKind kind) const;
+    // Closes the newest open links of a kind beyond `keep`.
+    void TrimLinks(PeerKind kind, int keep, std::string_view reason);
     int CountPendingUltrapeers() const;
     Peer* Find(PeerId id);
 

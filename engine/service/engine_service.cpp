@@ -385,6 +385,18 @@ template <typename Result, typename Work> Result EngineService::Ask(Result fallb
     return answer.get();
 }
 
+bool EngineService::ApplySettings(const EngineOptions& options) {
+    // Copied: an answer that comes too late runs after this call has returned.
+    return Ask<bool>(false, [network = options.network, firewall = options.behind_firewall,
+                             upload_port = options.upload_port](Running& r) {
+        r.node->servent().SetLinkCounts(network);
+        const EngineOptions& started = r.options;
+        return network.port == started.network.port &&
+               network.node_mode == started.network.node_mode &&
+               firewall == started.behind_firewall && upload_port == started.upload_port;
+    });
+}
+
 int EngineService::NodeCount() const {
     return running_ ? running_->node_count.load() : 0;
 }

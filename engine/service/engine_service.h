@@ -114,6 +114,11 @@ public:
     bool ConnectNode(const gnutella::Endpoint& host);
     // False when no link has that id.
     bool DisconnectNode(gnutella::PeerId id);
+    // A changed "Config\NetWork.ini" for the running service: the link counts apply at once. The
+    // port, the node mode, the firewall flag and the upload port shape how the node listens and
+    // what it is, so they wait for the next Start. True when nothing waits; false when something
+    // does or the service is not running.
+    bool ApplySettings(const EngineOptions& options);
 
     // Sends a query; its hits come back as OnSearchResult(search, ...). A restart is another
     // StartSearch with the same id: answers to every query of the id keep coming.

@@ -6,6 +6,7 @@
 #include "platform/win/com_error.h"
 #include "platform/win/com_object.h"
 #include "platform/win/handles.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "platform/win/window.h"
@@ -147,12 +148,8 @@ public:
             ListView_SetExtendedListViewStyle(list, LVS_EX_FULLROWSELECT | LVS_EX_HEADERDRAGDROP |
                                                         LVS_EX_INFOTIP);
             for (std::size_t i = 0; i < kColumns.size(); ++i) {
-                LVCOLUMNA column = {};
-                column.mask = LVCF_WIDTH | LVCF_SUBITEM | LVCF_FMT;
-                column.fmt = i == 1 ? LVCFMT_RIGHT : LVCFMT_LEFT;
-                column.cx = kColumnWidths[i];
-                column.iSubItem = static_cast<int>(i);
-                ::SendMessageA(list, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+                win::AddListColumn(list, static_cast<int>(i), kColumnWidths[i],
+                                   i == 1 ? LVCFMT_RIGHT : LVCFMT_LEFT);
             }
         }
         Child(WC_STATICA, kLibraryUnavailable, SS_CENTER, 0);

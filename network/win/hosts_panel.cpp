@@ -8,6 +8,7 @@
 #include "network/win/options_sheet.h"
 #include "platform/win/com_error.h"
 #include "platform/win/handles.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "platform/win/window.h"
@@ -46,13 +47,8 @@ public:
                                                      LVS_EX_INFOTIP);
         static constexpr int kWidths[] = {130, 70, 60, 80, 80, 80, 95, 70, 150, 70};
         for (std::size_t i = 0; i < kHostColumns.size(); ++i) {
-            LVCOLUMNA column = {};
-            column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-            std::string title = Text(site_.Language(), kHostColumns[i]);
-            column.pszText = title.data();
-            column.cx = kWidths[i];
-            column.iSubItem = static_cast<int>(i);
-            ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+            win::AddListColumn(list_, static_cast<int>(i), kWidths[i], LVCFMT_LEFT,
+                               Text(site_.Language(), kHostColumns[i]).c_str());
         }
         ::SetTimer(hwnd(), kRefreshTimer, kRefreshPeriodMs, nullptr);
         return true;

@@ -125,7 +125,9 @@ private:
             return false;
         }
         // The engine reads the file when it starts; a running one is told to read it again so
-        // the new counts apply now. A failure only delays them to the next start.
+        // the new counts apply now. A new port or node mode waits for the next connect
+        // (S_FALSE) and a failure only delays everything to the next start: neither is worth a
+        // box the user must close.
         if (IGnutellaEngine* engine = site_.Engine()) {
             engine->ReloadSettings();
         }

@@ -2,6 +2,7 @@
 
 #include "markup/language_table.h"
 #include "platform/win/dialog_language.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "search/browse_history.h"
 #include "search/search_window_model.h"
@@ -110,12 +111,9 @@ void PropertiesDialog::OnInit(HWND dialog) {
     RECT client;
     ::GetClientRect(list, &client);
     const int nameWidth = (client.right - client.left) * 3 / 10;
-    LVCOLUMNA column = {};
-    column.mask = LVCF_WIDTH;
-    column.cx = nameWidth;
-    ::SendMessageA(list, LVM_INSERTCOLUMNA, 0, reinterpret_cast<LPARAM>(&column));
-    column.cx = client.right - client.left - nameWidth - ::GetSystemMetrics(SM_CXVSCROLL);
-    ::SendMessageA(list, LVM_INSERTCOLUMNA, 1, reinterpret_cast<LPARAM>(&column));
+    win::AddListColumn(list, 0, nameWidth);
+    win::AddListColumn(list, 1,
+                       client.right - client.left - nameWidth - ::GetSystemMetrics(SM_CXVSCROLL));
     int row = 0;
     for (auto& [name, value] : fields_) {
         LVITEMA item = {};

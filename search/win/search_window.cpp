@@ -3,6 +3,7 @@
 #include "engine_h.h"
 #include "markup/language_table.h"
 #include "platform/win/com_object.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "search/browse_history.h"
@@ -314,12 +315,8 @@ void ResultWindow::ApplyLanguage() {
 
 void ResultWindow::AddColumns() {
     for (std::size_t i = 0; i < std::size(kColumnLooks); ++i) {
-        LVCOLUMNA column = {};
-        column.mask = LVCF_FMT | LVCF_WIDTH | LVCF_SUBITEM;
-        column.fmt = kColumnLooks[i].right ? LVCFMT_RIGHT : LVCFMT_LEFT;
-        column.cx = kColumnLooks[i].width;
-        column.iSubItem = static_cast<int>(i);
-        ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+        win::AddListColumn(list_, static_cast<int>(i), kColumnLooks[i].width,
+                           kColumnLooks[i].right ? LVCFMT_RIGHT : LVCFMT_LEFT);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "shell/win/basic_panels.h"
 
 #include "markup/language_table.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/window.h"
 #include "shell/network_info.h"
@@ -71,12 +72,7 @@ protected:
         ListView_SetExtendedListViewStyle(list, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
         int index = 0;
         for (auto [titleId, width] : columns) {
-            std::string title = Text(site_, titleId);
-            LVCOLUMNA column = {};
-            column.mask = LVCF_TEXT | LVCF_WIDTH;
-            column.pszText = title.data();
-            column.cx = width;
-            ::SendMessageA(list, LVM_INSERTCOLUMNA, index++, reinterpret_cast<LPARAM>(&column));
+            win::AddListColumn(list, index++, width, LVCFMT_LEFT, Text(site_, titleId).c_str());
         }
         return list;
     }

@@ -951,3 +951,78 @@ TEST(LastHopQueryRouting, UltrapeersExchangeMergedTablesAndTtlOneQueriesHonourTh
 
 } // namespace
 } // namespace corvid::gnutella
+
+namespace corvid::gnutella {
+namespace {
+
+// The user lowers and raises the link counts while the ultrapeer runs.
+TEST(LinkCounts, LoweredCountsCloseTheNewestLinksAndRaisedOnesAreDialledFor) {
+    SimNet net;
+    auto& up = net.AddServent(NodeMode::UltraPeer, {},
+                              [](ServentConfig& c) { c.network.ultrapeer_min_count = 0; });
+    std::vector<std::pair<SimNet::Station*, PeerId>> leaves, ultrapeers;
+    for (int i = 0; i < 3; ++i) {
+        auto& raw = net.AddRaw();
+        leaves.push_back({&raw, RawLeaf(net, raw, up)});
+    }
+    for (int i = 0; i < 2; ++i) {
+        auto& raw = net.AddRaw();
+        ultrapeers.push_back({&raw, RawUltrapeer(net, raw, up)});
+    }
+    ASSERT_EQ(OpenPeers(*up.servent, PeerKind::Leaf).size(), 3u);
+    ASSERT_EQ(OpenPeers(*up.servent, PeerKind::Ultrapeer).size(), 2u);
+    for (auto& [raw, id] : leaves)
+        raw->inbox.clear();
+    for (auto& [raw, id] : ultrapeers)
+        raw->inbox.clear();
+
+    NetworkSettings fewer;
+    fewer.ultrapeer_max_count = 1;
+    fewer.ultrapeer_min_count = 0;
+    fewer.leaf_peer_max_count = 1;
+    up.servent->SetLinkCounts(fewer);
+    net.Run();
+    auto said_bye = [](const SimNet::Station& raw) {
+        auto byes = OfType(Read(raw, 0), PayloadType::Bye);
+        return raw.hung_up && byes.size() == 1 && ParseBye(byes[0].payload)->code == 200 &&
+               ParseBye(byes[0].payload)->reason == "Fewer links wanted";
+    };
+    EXPECT_FALSE(leaves[0].first->hung_up);
+    EXPECT_TRUE(said_bye(*leaves[1].first));
+    EXPECT_TRUE(said_bye(*leaves[2].first));
+    EXPECT_FALSE(ultrapeers[0].first->hung_up);
+    EXPECT_TRUE(said_bye(*ultrapeers[1].first));
+    EXPECT_EQ(up.servent->Peers().size(), 2u);
+
+    // Full at the new count: another ultrapeer is refused.
+    auto& late = net.AddRaw();
+    PeerId late_id = net.Link(late, up);
+    net.RawSend(late, late_id, "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: True\r\n\r\n");
+    net.Run();
+    EXPECT_TRUE(AsText(late.inbox).starts_with("GNUTELLA/0.6 503"));
+
+    // Raised again: the upkeep dials for the missing links and says its new degree.
+    auto& first = net.AddServent(NodeMode::UltraPeer);
+    auto& second = net.AddServent(NodeMode::UltraPeer);
+    up.servent->hosts().Add(first.address);
+    up.servent->hosts().Add(second.address);
+    NetworkSettings more;
+    more.ultrapeer_max_count = 3;
+    more.ultrapeer_min_count = 3;
+    more.leaf_peer_max_count = 1;
+    up.servent->SetLinkCounts(more);
+    up.servent->Tick();
+    net.Run();
+    EXPECT_EQ(LinkedServents(*up.servent).count(first.address), 1u);
+    EXPECT_EQ(LinkedServents(*up.servent).count(second.address), 1u);
+    EXPECT_EQ(OpenPeers(*up.servent, PeerKind::Ultrapeer).size(), 3u);
+    EXPECT_EQ(OpenPeers(*up.servent, PeerKind::Leaf).size(), 1u);
+    auto& asker = net.AddRaw();
+    PeerId asker_id = net.Link(asker, up);
+    net.RawSend(asker, asker_id, "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: True\r\n\r\n");
+    net.Run();
+    EXPECT_NE(AsText(asker.inbox).find("X-Degree: 3"), std::string_view::npos);
+}
+
+} // namespace
+} // namespace corvid::gnutella

@@ -228,6 +228,32 @@ TEST_F(TwoEngines, TwoUltrapeersNamedTwiceAndCallingBackGiveTwoNodes) {
     EXPECT_EQ(engine_.NodeCount(), 2);
 }
 
+TEST_F(TwoEngines, NewLinkCountsApplyWhileRunningAndAPortWaitsForTheNextStart) {
+    EXPECT_FALSE(engine_.ApplySettings(LoopbackOptions(gnutella::NodeMode::UltraPeer)));
+
+    Recorder otherEvents;
+    library::FileIndex otherFiles;
+    EngineService other{otherFiles, otherEvents};
+    ASSERT_FALSE(other.Start(LoopbackOptions(gnutella::NodeMode::UltraPeer)));
+    auto options = LoopbackOptions(gnutella::NodeMode::UltraPeer);
+    options.bootstrap = {sharerAddress_, {0x7F000001, other.port()}};
+    ASSERT_FALSE(engine_.Start(options));
+    ASSERT_TRUE(
+        events_.WaitFor([&] { return !events_.counts.empty() && events_.counts.back() == 2; }));
+
+    options.network.ultrapeer_max_count = 1;
+    EXPECT_TRUE(engine_.ApplySettings(options));
+    ASSERT_TRUE(events_.WaitFor([&] { return events_.counts.back() == 1; }));
+    EXPECT_EQ(engine_.NodeCount(), 1);
+
+    // The port the node listens on stays until it starts again; the counts still apply.
+    options.network.port = 1;
+    options.network.ultrapeer_max_count = 0;
+    EXPECT_FALSE(engine_.ApplySettings(options));
+    ASSERT_TRUE(events_.WaitFor([&] { return events_.counts.back() == 0; }));
+    EXPECT_NE(engine_.port(), 1);
+}
+
 TEST(EngineText, UserAddressesNeedAHostAndAPort) {
     EXPECT_EQ(ParseUserAddress("127.0.0.1:6346"), (Endpoint{0x7F000001, 6346}));
     EXPECT_EQ(ParseUserAddress(" http://10.0.0.2:7000/ "), (Endpoint{0x0A000002, 7000}));

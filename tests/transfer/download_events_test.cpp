@@ -9,7 +9,7 @@ constexpr const char* kSha1 = "QLFYWY2RI5WZCTEP6MJKR5CAFGP7FQ5X";
 
 std::vector<std::pair<std::int32_t, std::string>> Lines(const DownloadSource& source) {
     std::vector<std::pair<std::int32_t, std::string>> lines;
-    for (const auto& line : source.log->LinesFrom(0))
+    for (const auto& line : source.log->LinesFrom(0).lines)
         lines.push_back({line.kind, line.text});
     return lines;
 }
@@ -58,7 +58,7 @@ TEST_F(DownloadEventsTest, ItemEventsAreLoggedOnEverySource) {
     EXPECT_EQ(list.refreshes, 2);
     // Not shown in the pane: only the row update is queued.
     EXPECT_EQ(QueuedCodes(page.Queue()), std::vector<std::int32_t>{kCmdUpdateRow});
-    for (const auto& line : first->log->LinesFrom(0))
+    for (const auto& line : first->log->LinesFrom(0).lines)
         EXPECT_EQ(line.time, clock.now);
 }
 

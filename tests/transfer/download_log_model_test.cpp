@@ -194,6 +194,45 @@ TEST_F(LogModelTest, ALogFillsTheListAndGrowsByAppending) {
     EXPECT_TRUE(view.rows.empty());
 }
 
+// A source retried for days: the log and the list keep the newest lines and both stay bounded.
+TEST_F(LogModelTest, ALongLogKeepsItsNewestLinesInTheLogAndInTheList) {
+    const std::size_t kept = SourceLog::kKeptLines;
+    auto log = std::make_shared<SourceLog>();
+    auto write = [&](std::size_t from, std::size_t to) {
+        for (std::size_t i = from; i < to; ++i)
+            log->Append(0, kLogStatus, "line " + std::to_string(i));
+    };
+    write(0, kept - 10);
+    model.ShowLog(log);
+    EXPECT_EQ(view.rows.size(), kept - 10);
+
+    write(kept - 10, kept + 500);
+    EXPECT_EQ(log->Size(), kept + 500);
+    const LogLines all = log->LinesFrom(0);
+    EXPECT_EQ(all.first, 500u);
+    ASSERT_EQ(all.lines.size(), kept);
+    EXPECT_EQ(all.lines.front().text, "line 500");
+    const LogLines tail = log->LinesFrom(kept + 490);
+    EXPECT_EQ(tail.first, kept + 490);
+    ASSERT_EQ(tail.lines.size(), 10u);
+    EXPECT_EQ(tail.lines.front().text, "line " + std::to_string(kept + 490));
+    EXPECT_TRUE(log->LinesFrom(kept + 500).lines.empty());
+
+    // Appending past the bound starts the list again with the newest half of the log, and later
+    // lines are appended to it: in order, no gaps.
+    model.AppendLog();
+    ASSERT_EQ(view.rows.size(), kept / 2);
+    EXPECT_EQ(view.rows.front().information, "line " + std::to_string(kept + 500 - kept / 2));
+    EXPECT_EQ(view.rows.back().information, "line " + std::to_string(kept + 499));
+    write(kept + 500, kept + 503);
+    model.AppendLog();
+    ASSERT_EQ(view.rows.size(), kept / 2 + 3);
+    EXPECT_EQ(view.rows.back().information, "line " + std::to_string(kept + 502));
+    for (std::size_t i = 1; i < view.rows.size(); ++i)
+        ASSERT_EQ(std::stoul(view.rows[i].information.substr(5)),
+                  std::stoul(view.rows[i - 1].information.substr(5)) + 1);
+}
+
 TEST_F(LogModelTest, AnEmptyLogStillReceivesLaterLines) {
     auto log = std::make_shared<SourceLog>();
     model.ShowLog(log);

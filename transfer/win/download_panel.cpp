@@ -1,6 +1,7 @@
 #include "transfer/win/download_panel.h"
 
 #include "markup/language_table.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "search/result_cells.h"
@@ -310,24 +311,18 @@ void DownloadPanel::CreateControls() {
     setFont(list_);
     columns_.assign(std::begin(kColumnOrder), std::end(kColumnOrder));
     for (std::size_t i = 0; i < columns_.size(); ++i) {
-        const auto title = Text(columns_[i]);
-        LVCOLUMNA column = {};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM | LVCF_FMT;
-        column.fmt = columns_[i] == kColumnSize || columns_[i] == kColumnSpeed ||
-                             columns_[i] == kColumnProgress
-                         ? LVCFMT_RIGHT
-                         : LVCFMT_LEFT;
-        column.cx = ColumnWidth(columns_[i]);
+        int width = ColumnWidth(columns_[i]);
         if (columns_[i] == kColumnSize) {
             // Wide enough for sizes up to ten digits in the list's own font, with the cell's
             // margins on both sides.
             const int digits = static_cast<int>(::SendMessageA(
                 list_, LVM_GETSTRINGWIDTHA, 0, reinterpret_cast<LPARAM>(kWidestSize)));
-            column.cx = std::max(column.cx, digits + kCellMargins);
+            width = std::max(width, digits + kCellMargins);
         }
-        column.pszText = const_cast<char*>(title.c_str());
-        column.iSubItem = static_cast<int>(i);
-        ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+        const bool number = columns_[i] == kColumnSize || columns_[i] == kColumnSpeed ||
+                            columns_[i] == kColumnProgress;
+        corvid::win::AddListColumn(list_, static_cast<int>(i), width,
+                                   number ? LVCFMT_RIGHT : LVCFMT_LEFT, Text(columns_[i]).c_str());
     }
 
     logImages_ = ImageList_LoadImageA(instance, MAKEINTRESOURCEA(IDB_TRANSFER_LOG_ICONS), 16, 0,
@@ -351,13 +346,8 @@ void DownloadPanel::CreateControls() {
     // "Time" holds ctime's whole text, which needs more than 100 pixels in the message font.
     const std::pair<std::uint32_t, int> logColumns[] = {{32944, 190}, {33020, 550}};
     for (int i = 0; i < 2; ++i) {
-        const auto title = Text(logColumns[i].first);
-        LVCOLUMNA column = {};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-        column.cx = logColumns[i].second;
-        column.pszText = const_cast<char*>(title.c_str());
-        column.iSubItem = i;
-        ::SendMessageA(log_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+        corvid::win::AddListColumn(log_, i, logColumns[i].second, LVCFMT_LEFT,
+                                   Text(logColumns[i].first).c_str());
     }
 }
 

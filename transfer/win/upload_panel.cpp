@@ -2,6 +2,7 @@
 
 #include "markup/language_table.h"
 #include "platform/win/com_error.h"
+#include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "transfer/win/transfer_settings.h"
@@ -117,14 +118,9 @@ void UploadPanel::CreateControls() {
     ::SendMessageA(list_, LVM_SETEXTENDEDLISTVIEWSTYLE, 0, LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
     ::SendMessageA(list_, WM_SETFONT, reinterpret_cast<WPARAM>(font_.get()), TRUE);
     for (int i = 0; i < kUploadColumnCount; ++i) {
-        const auto title = Text(kColumns[i].first);
-        LVCOLUMNA column = {};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM | LVCF_FMT;
-        column.fmt = i >= kUploadProgress ? LVCFMT_RIGHT : LVCFMT_LEFT;
-        column.cx = kColumns[i].second;
-        column.pszText = const_cast<char*>(title.c_str());
-        column.iSubItem = i;
-        ::SendMessageA(list_, LVM_INSERTCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
+        corvid::win::AddListColumn(list_, i, kColumns[i].second,
+                                   i >= kUploadProgress ? LVCFMT_RIGHT : LVCFMT_LEFT,
+                                   Text(kColumns[i].first).c_str());
     }
 }
 

@@ -311,6 +311,25 @@ TEST_P(EngineAsThePlugInMakesIt, DropsAndAddsNodesByTheHostsViewsOperations) {
     EXPECT_EQ(now, before);
 }
 
+TEST_P(EngineAsThePlugInMakesIt, TheNetworkPagesNewCountsApplyToTheRunningEngine) {
+    EXPECT_EQ(engine_->ReloadSettings(), S_OK) << "an engine offline reads the file at connect";
+    ConnectToBothUltrapeers();
+    std::string hosts;
+    for (const auto& address : network_.ultrapeers) {
+        hosts += (hosts.empty() ? "" : ",") + address;
+    }
+    WriteNetWorkIni(
+        "[NetWork]\r\nNodeMode=2\r\nBehindFirewall=0\r\nPeerMaxCount=1\r\nHosts=" + hosts + "\r\n");
+    EXPECT_EQ(engine_->ReloadSettings(), S_OK);
+    ASSERT_TRUE(PumpUntil([&] { return NodeCount(engine_.get()) == 1; }, kNetworkWaitMs));
+
+    // A leaf does not become an ultrapeer in the middle of its links.
+    WriteNetWorkIni(
+        "[NetWork]\r\nNodeMode=1\r\nBehindFirewall=0\r\nPeerMaxCount=1\r\nHosts=" + hosts + "\r\n");
+    EXPECT_EQ(engine_->ReloadSettings(), S_FALSE);
+    EXPECT_EQ(NodeCount(engine_.get()), 1);
+}
+
 TEST_P(EngineAsThePlugInMakesIt, RefusesBadInputAndChangesNothing) {
     ConnectToBothUltrapeers();
     for (const wchar_t* address :
