@@ -30,6 +30,7 @@ namespace corvid::transfer::testing {
 namespace {
 
 using corvid::testing::EventSink;
+using corvid::testing::FakePanelSite;
 using corvid::testing::PumpUntil;
 using corvid::win::Bstr;
 using corvid::win::ComPtr;
@@ -152,7 +153,9 @@ TEST(FirewalledDownload, TheEnginesRelayBringsAFileOnlyAFirewalledHostHas) {
                 },
                 kWaitMs))
                 << Cell(panel.List(), 0, "Status");
-            ASSERT_FALSE(files->shared.empty());
+            // Completed, the file goes to the library, which tells where it lies.
+            ASSERT_TRUE(PumpUntil([&] { return !files->shared.empty(); }));
+            corvid::testing::SaveScreenshot("download-page-firewalled-host");
             EXPECT_EQ(ReadWholeFile(files->shared.front()),
                       ReadWholeFile(FixtureFolder() + "\\share\\" + name));
         }
