@@ -60,7 +60,7 @@ std::vector<BootstrapCache> CachesFor(const EngineOptions& options) {
     if (options.shipped_cache_list.empty())
         return caches;
     if (!options.host_cache_file.empty()) {
-        HostCache known(kFewKnownHosts * 50, options.allow_private_addresses);
+        HostCache known(kFewKnownHosts, options.allow_private_addresses);
         known.Load(ReadSmallFile(options.host_cache_file));
         if (known.size() >= kFewKnownHosts)
             return caches;
