@@ -53,9 +53,9 @@ bool OnPrivateAddress(const BootstrapCache& cache) {
     return at && !at->IsRoutable();
 }
 
-// The caches the node asks: those named first, then the shipped list when the user's own host
-// cache is too thin to find the network by.
-std::vector<BootstrapCache> CachesFor(const EngineOptions& options) {
+} // namespace
+
+std::vector<BootstrapCache> BootstrapCachesFor(const EngineOptions& options) {
     std::vector<BootstrapCache> caches = options.caches;
     if (options.shipped_cache_list.empty())
         return caches;
@@ -71,8 +71,6 @@ std::vector<BootstrapCache> CachesFor(const EngineOptions& options) {
     }
     return caches;
 }
-
-} // namespace
 
 void ApplyBootstrapVariable(EngineOptions& options, std::optional<std::string_view> value) {
     if (!value || TrimSpaces(*value).empty())
@@ -290,7 +288,7 @@ std::error_code EngineService::Start(EngineOptions options) {
     node_options.bind_address = asio::ip::address_v4::any();
     node_options.port = run->options.network.port;
     node_options.host_cache_file = run->options.host_cache_file;
-    node_options.caches = CachesFor(run->options);
+    node_options.caches = BootstrapCachesFor(run->options);
     run->node = std::make_unique<Node>(run->io, node_options, run->share, RandomSeed());
     std::error_code error = run->node->Start();
     bool port_taken = false;

@@ -46,6 +46,10 @@ struct EngineOptions {
 // Fewer hosts than this in the host cache, and the shipped cache list is read at start.
 inline constexpr std::size_t kFewKnownHosts = 20;
 
+// The caches the node asks, in order: those named in the options, then the shipped list's when
+// the host cache file holds fewer than kFewKnownHosts hosts worth dialling.
+std::vector<gnutella::BootstrapCache> BootstrapCachesFor(const EngineOptions& options);
+
 // Applies CORVID_ENGINE_BOOTSTRAP, which test networks and demos set (nothing: the variable is not
 // set). Unset or empty changes nothing. "none": the engine finds nobody by itself: no shipped
 // cache list, and no host cache read or written, so a test run never dials what an earlier one

@@ -229,6 +229,43 @@ TEST(EngineNetwork, TheBootstrapVariableNamesTestNetworksOrNothing) {
     EXPECT_FALSE(options.allow_private_addresses);
 }
 
+TEST(EngineNetwork, TheShippedListIsReadOnlyWhenTheHostCacheIsThin) {
+    TempFolder folder;
+    const auto list = folder.Write("caches.txt", "# shipped\ngwc http://gwc.example.org/\n"
+                                                 "uhc uhc.example.org:9000\nnot a cache\n");
+    std::string known;
+    for (std::size_t i = 0; i < kFewKnownHosts; ++i)
+        known += "8.8." + std::to_string(i) + ".1:6346\n";
+    const auto full = folder.Write("full.txt", known);
+    // As many lines, but private addresses the engine would not dial: still thin.
+    std::string unusable;
+    for (std::size_t i = 0; i < kFewKnownHosts; ++i)
+        unusable += "192.168." + std::to_string(i) + ".1:6346\n";
+    const auto thin = folder.Write("thin.txt", unusable);
+
+    const BootstrapCache named{BootstrapCache::Kind::WebCache, "http://gwc.example.org/"};
+    const std::vector<BootstrapCache> shipped{
+        named, {BootstrapCache::Kind::UdpHostCache, "uhc.example.org:9000"}};
+    EngineOptions options;
+    options.shipped_cache_list = list.string();
+    EXPECT_EQ(BootstrapCachesFor(options), shipped) << "no host cache at all";
+    options.host_cache_file = thin.string();
+    EXPECT_EQ(BootstrapCachesFor(options), shipped);
+    options.host_cache_file = (folder.path() / "missing.txt").string();
+    EXPECT_EQ(BootstrapCachesFor(options), shipped);
+    options.host_cache_file = full.string();
+    EXPECT_TRUE(BootstrapCachesFor(options).empty());
+
+    // Named caches come first and stay, and a shipped one already named is not repeated.
+    options.caches = {{BootstrapCache::Kind::UdpHostCache, "127.0.0.1:7000"}, named};
+    EXPECT_EQ(BootstrapCachesFor(options), options.caches);
+    options.host_cache_file.clear();
+    EXPECT_EQ(BootstrapCachesFor(options),
+              (std::vector<BootstrapCache>{options.caches[0], named, shipped[1]}));
+    options.shipped_cache_list = (folder.path() / "absent.txt").string();
+    EXPECT_EQ(BootstrapCachesFor(options), options.caches);
+}
+
 // A web cache on loopback that names one host to every asker and counts the askers.
 class LoopbackWebCache {
 public:
