@@ -6,23 +6,6 @@
 namespace corvid {
 namespace {
 
-// The columns whose values differ between the hosts of one file.
-bool ShowsMultiple(std::uint32_t column) {
-    switch (column) {
-    case kColumnHost:
-    case kColumnPort:
-    case kColumnFileIndex:
-    case kColumnVersion:
-    case kColumnSpeed:
-    case kColumnBrowse:
-    case kColumnUptime:
-    case kColumnNodeId:
-        return true;
-    default:
-        return false;
-    }
-}
-
 std::string Decimal(long long value) {
     return std::to_string(value);
 }
@@ -51,6 +34,22 @@ std::string FormatSize(std::int64_t value) {
     }
     return std::string(std::make_reverse_iterator(reversed + length),
                        std::make_reverse_iterator(reversed));
+}
+
+bool ShowsMultiple(std::uint32_t column) {
+    switch (column) {
+    case kColumnHost:
+    case kColumnPort:
+    case kColumnFileIndex:
+    case kColumnVersion:
+    case kColumnSpeed:
+    case kColumnBrowse:
+    case kColumnUptime:
+    case kColumnNodeId:
+        return true;
+    default:
+        return false;
+    }
 }
 
 std::string CellText(const ResultGroup& group, int sourceIndex, std::uint32_t column) {

@@ -38,6 +38,10 @@ inline constexpr std::array<std::uint32_t, 15> kResultColumns = {
     kColumnBrowse, kColumnUptime, kColumnGuid,    kColumnNodeId, kColumnInformation,
 };
 
+// The columns whose values differ between the hosts of one file: a group's own row shows
+// "multiple(N)" there, and sorts after every single value, by its number of hosts.
+bool ShowsMultiple(std::uint32_t column);
+
 // sourceIndex -1 is the group's own row, whose values come from its first source; 0 and up is
 // one source's row. A group's own row with two or more sources shows "multiple(N)" in the
 // columns that differ between hosts. Unknown columns, missing sources and empty groups give "".

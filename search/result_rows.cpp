@@ -53,22 +53,6 @@ std::int64_t AddressValue(std::string_view host) {
     return at == host.size() ? value : -1;
 }
 
-bool ShowsMultiple(std::uint32_t column) {
-    switch (column) {
-    case kColumnHost:
-    case kColumnPort:
-    case kColumnFileIndex:
-    case kColumnVersion:
-    case kColumnSpeed:
-    case kColumnBrowse:
-    case kColumnUptime:
-    case kColumnNodeId:
-        return true;
-    default:
-        return false;
-    }
-}
-
 // What one group's row is compared by in one column: a number first, then a text.
 struct SortKey {
     std::int64_t number = 0;

@@ -100,6 +100,14 @@ std::string JoinFolder(std::string_view folder, std::string_view name) {
     return path;
 }
 
+bool IsFullFolderPath(std::string_view folder) {
+    const auto slash = [](char c) { return c == '\\' || c == '/'; };
+    if (folder.size() >= 3 && std::isalpha(static_cast<unsigned char>(folder[0])) &&
+        folder[1] == ':' && slash(folder[2]))
+        return true;
+    return folder.size() >= 3 && folder[0] == '\\' && folder[1] == '\\' && !slash(folder[2]);
+}
+
 std::string DefaultDownloadFolder(std::string_view base) {
     return JoinFolder(base, "download");
 }

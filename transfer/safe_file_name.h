@@ -17,6 +17,11 @@ std::string SafeFileName(std::string_view peerName);
 // written with '/' only).
 std::string JoinFolder(std::string_view folder, std::string_view name);
 
+// A Windows folder named from a root: "C:\..." (a drive and its root) or "\\server\share...".
+// Anything else ("down", "\down", "C:down") means something else whenever the current folder or
+// drive changes, so the download folders never take it.
+bool IsFullFolderPath(std::string_view folder);
+
 // The default folders under a base folder: "\download" for the files being downloaded, "\temp".
 std::string DefaultDownloadFolder(std::string_view base);
 std::string DefaultTempFolder(std::string_view base);

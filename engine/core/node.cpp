@@ -1,5 +1,7 @@
 #include "engine/core/node.h"
 
+#include "platform/listen.h"
+
 #include <fstream>
 #include <sstream>
 
@@ -47,25 +49,7 @@ Endpoint Node::endpoint() const {
 }
 
 std::error_code Node::Start() {
-    asio::error_code ec;
-    asio::ip::tcp::endpoint at(options_.bind_address, options_.port);
-    acceptor_.open(at.protocol(), ec);
-    if (!ec) {
-#ifdef _WIN32
-        // Windows lets a second SO_REUSEADDR socket take a port someone listens on; an exclusive
-        // one makes a taken port fail here, so the caller can pick a free one instead of sharing.
-        acceptor_.set_option(
-            asio::detail::socket_option::boolean<SOL_SOCKET, SO_EXCLUSIVEADDRUSE>(true), ec);
-#else
-        // Elsewhere it only lets a restart take the port back from connections still in TIME_WAIT.
-        acceptor_.set_option(asio::socket_base::reuse_address(true), ec);
-#endif
-    }
-    if (!ec)
-        acceptor_.bind(at, ec);
-    if (!ec)
-        acceptor_.listen(asio::socket_base::max_listen_connections, ec);
-    if (ec)
+    if (auto ec = OpenListener(acceptor_, {options_.bind_address, options_.port}))
         return ec;
     port_ = acceptor_.local_endpoint().port();
     servent_->SetListen(endpoint());

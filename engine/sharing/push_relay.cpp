@@ -2,6 +2,7 @@
 
 #include "engine/sharing/upload_protocol.h"
 #include "platform/ascii.h"
+#include "platform/listen.h"
 
 #include <array>
 #include <charconv>
@@ -382,18 +383,9 @@ PushRelay::~PushRelay() {
 }
 
 asio::ip::tcp::endpoint PushRelay::Listen(std::uint16_t port) {
-    const asio::ip::tcp::endpoint at(asio::ip::address_v4::loopback(), port);
-    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(state_->io, at.protocol());
-#ifdef _WIN32
-    // The engine asks for the port it had before; Windows would let a reusing socket share it
-    // with whoever holds it now, so the bind must fail instead and a free port be taken.
-    acceptor_->set_option(
-        asio::detail::socket_option::boolean<SOL_SOCKET, SO_EXCLUSIVEADDRUSE>(true));
-#else
-    acceptor_->set_option(asio::socket_base::reuse_address(true));
-#endif
-    acceptor_->bind(at);
-    acceptor_->listen();
+    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(state_->io);
+    if (auto ec = OpenListener(*acceptor_, {asio::ip::address_v4::loopback(), port}))
+        throw std::system_error(ec);
     port_ = acceptor_->local_endpoint().port();
     Accept();
     return acceptor_->local_endpoint();

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include "platform/http_chunked.h"
+#include "platform/listen.h"
 
 #include <array>
 #include <fstream>
@@ -336,7 +337,9 @@ void UploadServer::SetBrowseSource(BrowseSource source) {
 }
 
 asio::ip::tcp::endpoint UploadServer::Listen(const asio::ip::tcp::endpoint& endpoint) {
-    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(io_, endpoint);
+    acceptor_ = std::make_unique<asio::ip::tcp::acceptor>(io_);
+    if (auto ec = OpenListener(*acceptor_, endpoint))
+        throw std::system_error(ec);
     Accept();
     return acceptor_->local_endpoint();
 }

@@ -2,6 +2,7 @@
 
 #include "engine_h.h"
 #include "markup/language_table.h"
+#include "platform/win/clipboard.h"
 #include "platform/win/com_object.h"
 #include "platform/win/list_view.h"
 #include "platform/win/module.h"
@@ -277,23 +278,7 @@ bool ResultWindow::OnEditCommand(const std::string& name) {
         return true;
     }
     if (name == "p2p_copy") {
-        const std::string text = RowsAsText(model_.Rows(), SelectedPositions());
-        if (text.empty() || !::OpenClipboard(hwnd())) {
-            return true;
-        }
-        ::EmptyClipboard();
-        if (HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, text.size() + 1)) {
-            if (void* bytes = ::GlobalLock(memory)) {
-                std::memcpy(bytes, text.c_str(), text.size() + 1);
-                ::GlobalUnlock(memory);
-                if (!::SetClipboardData(CF_TEXT, memory)) {
-                    ::GlobalFree(memory);
-                }
-            } else {
-                ::GlobalFree(memory);
-            }
-        }
-        ::CloseClipboard();
+        win::CopyTextToClipboard(hwnd(), RowsAsText(model_.Rows(), SelectedPositions()));
         return true;
     }
     return false;

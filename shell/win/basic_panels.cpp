@@ -1,6 +1,7 @@
 #include "shell/win/basic_panels.h"
 
 #include "markup/language_table.h"
+#include "platform/win/clipboard.h"
 #include "platform/win/list_view.h"
 #include "platform/win/module.h"
 #include "platform/win/window.h"
@@ -250,22 +251,7 @@ private:
                 text += column == 0 ? "\t" : "\r\n";
             }
         }
-        if (text.empty() || !::OpenClipboard(hwnd())) {
-            return;
-        }
-        ::EmptyClipboard();
-        if (HGLOBAL memory = ::GlobalAlloc(GMEM_MOVEABLE, text.size() + 1)) {
-            if (void* data = ::GlobalLock(memory)) {
-                std::memcpy(data, text.c_str(), text.size() + 1);
-                ::GlobalUnlock(memory);
-                if (!::SetClipboardData(CF_TEXT, memory)) {
-                    ::GlobalFree(memory);
-                }
-            } else {
-                ::GlobalFree(memory);
-            }
-        }
-        ::CloseClipboard();
+        win::CopyTextToClipboard(hwnd(), text);
     }
 
     HWND list_ = nullptr;

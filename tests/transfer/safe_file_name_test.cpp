@@ -55,6 +55,11 @@ TEST(SafeFileName, PathsAreJoinedAndKeptApart) {
     EXPECT_EQ(DefaultDownloadFolder("C:\\Program Files\\Tarvo"),
               "C:\\Program Files\\Tarvo\\download");
     EXPECT_EQ(DefaultTempFolder("C:\\Tarvo\\"), "C:\\Tarvo\\temp");
+    for (const char* full : {"C:\\down", "d:/down", "\\\\server\\share"})
+        EXPECT_TRUE(IsFullFolderPath(full)) << full;
+    for (const char* relative : {"", "down", "down\\music", "C:down", "\\down", "\\\\\\x",
+                                 ".\\down", "..", "C:", "/home/u"})
+        EXPECT_FALSE(IsFullFolderPath(relative)) << relative;
 
     std::set<std::string> taken;
     for (int i = 0; i < 4; ++i)

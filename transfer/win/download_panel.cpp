@@ -47,15 +47,13 @@ std::vector<DownloadPanel*>& LivePanels() {
 
 enum ChildId : int { kToolbarId = 1, kListId, kTreeId, kLogId, kCounterId };
 
-struct ToolButton {
-    int command;
-    int image;
-    std::uint32_t text;
-};
-constexpr ToolButton kButtons[] = {
-    {kDownloadDelete, 0, 33120},         {kDownloadStop, 1, 33121},
-    {kDownloadRestart, 2, 33122},        {kDownloadClearStopped, 3, 33123},
-    {kDownloadClearCompleted, 4, 33124}, {kDownloadRun, 5, 33125},
+constexpr BarButton kButtons[] = {
+    {kDownloadDelete, 0, 33120},
+    {kDownloadStop, 1, 33121},
+    {kDownloadRestart, 2, 33122, false, true},
+    {kDownloadClearStopped, 3, 33123},
+    {kDownloadClearCompleted, 4, 33124, false, true},
+    {kDownloadRun, 5, 33125},
 };
 
 // What the user reads first stands first; the other columns follow in identifier order.
@@ -218,8 +216,6 @@ DownloadPanel::~DownloadPanel() {
     SaveList();
     if (hwnd())
         ::DestroyWindow(hwnd());
-    if (toolbarImages_)
-        ImageList_Destroy(toolbarImages_);
     if (logImages_)
         ImageList_Destroy(logImages_);
     if (sourceImages_)
@@ -272,36 +268,8 @@ void DownloadPanel::CreateControls() {
         ::SendMessageA(control, WM_SETFONT, reinterpret_cast<WPARAM>(font_.get()), TRUE);
     };
 
-    toolbar_ = ::CreateWindowExA(0, TOOLBARCLASSNAMEA, "DownloadToolbar",
-                                 WS_CHILD | WS_VISIBLE | TBSTYLE_FLAT | TBSTYLE_LIST |
-                                     TBSTYLE_TOOLTIPS | CCS_NODIVIDER | CCS_NORESIZE,
-                                 0, 0, 0, 0, hwnd(), reinterpret_cast<HMENU>(kToolbarId), instance,
-                                 nullptr);
-    ::SendMessageA(toolbar_, TB_BUTTONSTRUCTSIZE, sizeof(TBBUTTON), 0);
-    ::SendMessageA(toolbar_, TB_SETEXTENDEDSTYLE, 0, TBSTYLE_EX_MIXEDBUTTONS);
-    toolbarImages_ = ImageList_LoadImageA(instance, "DownloadToolbar", 16, 0, RGB(255, 0, 255),
-                                          IMAGE_BITMAP, LR_CREATEDIBSECTION);
-    ::SendMessageA(toolbar_, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(toolbarImages_));
-    for (const auto& button : kButtons) {
-        const auto label = Text(button.text);
-        TBBUTTON added = {};
-        added.iBitmap = button.image;
-        added.idCommand = button.command;
-        added.fsState = TBSTATE_ENABLED;
-        added.fsStyle = BTNS_BUTTON | BTNS_AUTOSIZE | BTNS_SHOWTEXT;
-        added.iString = reinterpret_cast<INT_PTR>(label.c_str());
-        ::SendMessageA(toolbar_, TB_ADDBUTTONSA, 1, reinterpret_cast<LPARAM>(&added));
-        if (button.command == kDownloadRestart || button.command == kDownloadClearCompleted) {
-            TBBUTTON separator = {};
-            separator.fsStyle = BTNS_SEP;
-            ::SendMessageA(toolbar_, TB_ADDBUTTONSA, 1, reinterpret_cast<LPARAM>(&separator));
-        }
-    }
-
-    counter_ =
-        ::CreateWindowExA(0, "STATIC", "", WS_CHILD | WS_VISIBLE | SS_RIGHT | SS_CENTERIMAGE, 0, 0,
-                          0, 0, hwnd(), reinterpret_cast<HMENU>(kCounterId), instance, nullptr);
-    setFont(counter_);
+    bar_.Create(hwnd(), "DownloadToolbar", kToolbarId, kCounterId, font_.get(), kButtons,
+                [this](std::uint32_t id) { return Text(id); });
 
     list_ = ::CreateWindowExA(WS_EX_CLIENTEDGE, WC_LISTVIEWA, "DownloadList",
                               WS_CHILD | WS_VISIBLE | LVS_REPORT | LVS_SHOWSELALWAYS, 0, 0, 0, 0,
@@ -352,17 +320,13 @@ void DownloadPanel::CreateControls() {
 }
 
 void DownloadPanel::Layout() {
-    if (!hwnd() || !toolbar_)
+    if (!hwnd() || !bar_.toolbar())
         return;
     RECT client;
     ::GetClientRect(hwnd(), &client);
     const int width = client.right;
     const int height = client.bottom;
-    const DWORD size = static_cast<DWORD>(::SendMessageA(toolbar_, TB_GETBUTTONSIZE, 0, 0));
-    const int barHeight = HIWORD(size) + 6;
-    const int counterWidth = 240;
-    ::MoveWindow(toolbar_, 0, 2, std::max(0, width - counterWidth), barHeight - 2, TRUE);
-    ::MoveWindow(counter_, std::max(0, width - counterWidth), 0, counterWidth - 8, barHeight, TRUE);
+    const int barHeight = bar_.LayOut(width);
     const int rest = std::max(0, height - barHeight);
     const int listHeight = rest * 11 / 20;
     const int paneTop = barHeight + listHeight + 4;
@@ -405,15 +369,7 @@ void DownloadPanel::ApplyLanguage() {
         column.pszText = const_cast<char*>(title.c_str());
         ::SendMessageA(list_, LVM_SETCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
     }
-    for (const auto& button : kButtons) {
-        const auto label = Text(button.text);
-        TBBUTTONINFOA info = {};
-        info.cbSize = sizeof info;
-        info.dwMask = TBIF_TEXT;
-        info.pszText = const_cast<char*>(label.c_str());
-        ::SendMessageA(toolbar_, TB_SETBUTTONINFOA, button.command,
-                       reinterpret_cast<LPARAM>(&info));
-    }
+    bar_.Relabel(kButtons, [this](std::uint32_t id) { return Text(id); });
     OnRefresh();
 }
 
@@ -514,9 +470,9 @@ void DownloadPanel::OnRefresh() {
             ++downloading;
     }
     site_.SetStatusCounter(shell::kPaneDownloading, downloading);
-    if (counter_) {
+    if (bar_.counter()) {
         const auto text = Text(kTextDownloadingCount) + ": " + std::to_string(downloading);
-        ::SetWindowTextA(counter_, text.c_str());
+        ::SetWindowTextA(bar_.counter(), text.c_str());
     }
     UpdateToolbar();
     if (const auto& shown = logModel_.ShownItem()) {
@@ -528,14 +484,14 @@ void DownloadPanel::OnRefresh() {
 }
 
 void DownloadPanel::UpdateToolbar() {
-    if (!toolbar_)
+    if (!bar_.toolbar())
         return;
     const bool selection = ::SendMessageA(list_, LVM_GETSELECTEDCOUNT, 0, 0) > 0;
     const bool rows = ::SendMessageA(list_, LVM_GETITEMCOUNT, 0, 0) > 0;
     for (int command : {kDownloadDelete, kDownloadStop, kDownloadRestart, kDownloadRun})
-        ::SendMessageA(toolbar_, TB_ENABLEBUTTON, command, MAKELONG(selection, 0));
+        ::SendMessageA(bar_.toolbar(), TB_ENABLEBUTTON, command, MAKELONG(selection, 0));
     for (int command : {kDownloadClearStopped, kDownloadClearCompleted})
-        ::SendMessageA(toolbar_, TB_ENABLEBUTTON, command, MAKELONG(rows, 0));
+        ::SendMessageA(bar_.toolbar(), TB_ENABLEBUTTON, command, MAKELONG(rows, 0));
 }
 
 void DownloadPanel::SaveList() {

@@ -17,6 +17,7 @@
 #include "transfer/magnet_link.h"
 #include "transfer/win/download_dll_engine.h"
 #include "transfer/win/source_search.h"
+#include "transfer/win/transfer_bar.h"
 
 #include <atomic>
 #include <functional>
@@ -86,10 +87,10 @@ public:
     bool LibraryLoaded() const { return engine_->Loaded(); }
 
     HWND List() const { return list_; }
-    HWND Toolbar() const { return toolbar_; }
+    HWND Toolbar() const { return bar_.toolbar(); }
     HWND Tree() const { return tree_; }
     HWND LogList() const { return log_; }
-    HWND Counter() const { return counter_; }
+    HWND Counter() const { return bar_.counter(); }
 
     // Writes the list file when the list changed since it was last written.
     void SaveList();
@@ -179,13 +180,11 @@ private:
     SourceSearches searches_{
         [this](const std::string& sha1, const ResultSource& hit) { OnSourceFound(sha1, hit); }};
 
-    HWND toolbar_ = nullptr;
-    HWND counter_ = nullptr;
+    TransferBar bar_;
     HWND list_ = nullptr;
     HWND tree_ = nullptr;
     HWND log_ = nullptr;
     corvid::win::GdiObject font_;
-    HIMAGELIST toolbarImages_ = nullptr;
     HIMAGELIST logImages_ = nullptr;
     HIMAGELIST sourceImages_ = nullptr;
     // The items the list's rows stand for; a row's parameter is its item's address.

@@ -3,6 +3,7 @@
 #include "markup/language_table.h"
 #include "platform/win/module.h"
 #include "shell/win/panel.h"
+#include "transfer/safe_file_name.h"
 #include "transfer/upload_list.h"
 #include "transfer/win/transfer_resources.h"
 #include "transfer/win/transfer_settings.h"
@@ -56,7 +57,17 @@ bool Validate(HWND dialog, const PageState& state) {
         return false;
     };
     for (int id : {IDC_DOWNLOAD_FOLDER, IDC_TEMP_FOLDER}) {
-        const auto folder = ItemText(dialog, id);
+        auto folder = ItemText(dialog, id);
+        // A folder typed without its root is made full here, where the user sees what it means,
+        // rather than read against whatever the current folder is at each download.
+        if (!folder.empty() && !IsFullFolderPath(folder)) {
+            char full[MAX_PATH] = {};
+            const DWORD length = ::GetFullPathNameA(folder.c_str(), MAX_PATH, full, nullptr);
+            if (length > 0 && length < MAX_PATH) {
+                folder = full;
+                ::SetDlgItemTextA(dialog, id, full);
+            }
+        }
         if (const auto problem = FolderProblem(folder))
             return refuse(id, Text(state, problem) + "\n" + folder);
     }

@@ -72,14 +72,16 @@ std::string BaseFolder() {
     return JoinFolder(ShellFolder(CSIDL_PERSONAL), "Corvid");
 }
 
+// A stored folder that is not a full path (a hand-edited value) would move with the browser's
+// current folder; the default serves better.
 std::string DownloadFolder() {
     const auto stored = ReadText(kP2PViewKey, kDownloadFolderValue);
-    return stored && !stored->empty() ? *stored : DefaultDownloadFolder(BaseFolder());
+    return stored && IsFullFolderPath(*stored) ? *stored : DefaultDownloadFolder(BaseFolder());
 }
 
 std::string TempFolder() {
     const auto stored = ReadText(kP2PViewKey, kTempFolderValue);
-    return stored && !stored->empty() ? *stored : DefaultTempFolder(BaseFolder());
+    return stored && IsFullFolderPath(*stored) ? *stored : DefaultTempFolder(BaseFolder());
 }
 
 std::string DownloadListFile() {

@@ -18,17 +18,11 @@ constexpr std::uint32_t kTitleId = 34010;
 constexpr std::uint32_t kTextUploadingCount = 32956;
 enum ChildId : int { kToolbarId = 1, kListId, kCounterId };
 
-struct ToolButton {
-    int command;
-    int image;
-    std::uint32_t text;
-    bool check;
-};
-constexpr ToolButton kButtons[] = {
-    {kUploadStop, 0, 33121, false},
-    {kUploadStopAll, 1, 33126, false},
+constexpr BarButton kButtons[] = {
+    {kUploadStop, 0, 33121},
+    {kUploadStopAll, 1, 33126},
     {kUploadLimitSpeed, 2, 33127, true},
-    {kUploadViewHostInfo, 3, 33128, false},
+    {kUploadViewHostInfo, 3, 33128},
 };
 
 // Columns by UploadColumn, titled with the download list's own captions.
@@ -42,8 +36,6 @@ UploadPanel::UploadPanel(shell::PanelSite& site) : site_(site) {}
 UploadPanel::~UploadPanel() {
     if (hwnd())
         ::DestroyWindow(hwnd());
-    if (images_)
-        ImageList_Destroy(images_);
 }
 
 std::string UploadPanel::Text(std::uint32_t id) const {
@@ -82,34 +74,10 @@ void UploadPanel::CreateControls() {
     ::SystemParametersInfoA(SPI_GETNONCLIENTMETRICS, sizeof metrics, &metrics, 0);
     font_.reset(::CreateFontIndirectA(&metrics.lfMessageFont));
 
-    toolbar_ = ::CreateWindowExA(0, TOOLBARCLASSNAMEA, "UploadToolbar",
-                                 WS_CHILD | WS_VISIBLE | TBSTYLE_FLAT | TBSTYLE_LIST |
-                                     TBSTYLE_TOOLTIPS | CCS_NODIVIDER | CCS_NORESIZE,
-                                 0, 0, 0, 0, hwnd(), reinterpret_cast<HMENU>(kToolbarId), instance,
-                                 nullptr);
-    ::SendMessageA(toolbar_, TB_BUTTONSTRUCTSIZE, sizeof(TBBUTTON), 0);
-    images_ = ImageList_LoadImageA(instance, "UploadToolbar", 16, 0, RGB(255, 0, 255), IMAGE_BITMAP,
-                                   LR_CREATEDIBSECTION);
-    ::SendMessageA(toolbar_, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(images_));
+    bar_.Create(hwnd(), "UploadToolbar", kToolbarId, kCounterId, font_.get(), kButtons,
+                [this](std::uint32_t id) { return Text(id); });
     const bool limiting = UploadLimitOn(ReadDword(kHttpServerKey, kMaxUploadSpeedValue));
-    for (const auto& button : kButtons) {
-        const auto label = Text(button.text);
-        TBBUTTON added = {};
-        added.iBitmap = button.image;
-        added.idCommand = button.command;
-        added.fsState = static_cast<BYTE>(
-            TBSTATE_ENABLED |
-            (button.command == kUploadLimitSpeed && limiting ? TBSTATE_CHECKED : 0));
-        added.fsStyle = static_cast<BYTE>(BTNS_AUTOSIZE | BTNS_SHOWTEXT |
-                                          (button.check ? BTNS_CHECK : BTNS_BUTTON));
-        added.iString = reinterpret_cast<INT_PTR>(label.c_str());
-        ::SendMessageA(toolbar_, TB_ADDBUTTONSA, 1, reinterpret_cast<LPARAM>(&added));
-    }
-
-    counter_ =
-        ::CreateWindowExA(0, "STATIC", "", WS_CHILD | WS_VISIBLE | SS_RIGHT | SS_CENTERIMAGE, 0, 0,
-                          0, 0, hwnd(), reinterpret_cast<HMENU>(kCounterId), instance, nullptr);
-    ::SendMessageA(counter_, WM_SETFONT, reinterpret_cast<WPARAM>(font_.get()), TRUE);
+    ::SendMessageA(bar_.toolbar(), TB_CHECKBUTTON, kUploadLimitSpeed, MAKELONG(limiting, 0));
 
     list_ =
         ::CreateWindowExA(WS_EX_CLIENTEDGE, WC_LISTVIEWA, "UploadList",
@@ -125,17 +93,11 @@ void UploadPanel::CreateControls() {
 }
 
 void UploadPanel::Layout() {
-    if (!hwnd() || !toolbar_)
+    if (!hwnd() || !bar_.toolbar())
         return;
     RECT client;
     ::GetClientRect(hwnd(), &client);
-    const DWORD size = static_cast<DWORD>(::SendMessageA(toolbar_, TB_GETBUTTONSIZE, 0, 0));
-    const int barHeight = HIWORD(size) + 6;
-    const int counterWidth = 240;
-    ::MoveWindow(toolbar_, 0, 2, std::max<int>(0, client.right - counterWidth), barHeight - 2,
-                 TRUE);
-    ::MoveWindow(counter_, std::max<int>(0, client.right - counterWidth), 0, counterWidth - 8,
-                 barHeight, TRUE);
+    const int barHeight = bar_.LayOut(client.right);
     ::MoveWindow(list_, 0, barHeight, client.right, std::max<int>(0, client.bottom - barHeight),
                  TRUE);
 }
@@ -197,15 +159,7 @@ void UploadPanel::OnTick() {
 }
 
 void UploadPanel::ApplyLanguage() {
-    for (const auto& button : kButtons) {
-        const auto label = Text(button.text);
-        TBBUTTONINFOA info = {};
-        info.cbSize = sizeof info;
-        info.dwMask = TBIF_TEXT;
-        info.pszText = const_cast<char*>(label.c_str());
-        ::SendMessageA(toolbar_, TB_SETBUTTONINFOA, button.command,
-                       reinterpret_cast<LPARAM>(&info));
-    }
+    bar_.Relabel(kButtons, [this](std::uint32_t id) { return Text(id); });
     for (int i = 0; i < kUploadColumnCount; ++i) {
         const auto title = Text(kColumns[i].first);
         LVCOLUMNA column = {};
@@ -237,9 +191,9 @@ void UploadPanel::Refresh() {
 
 void UploadPanel::ShowCount(int count) {
     site_.SetStatusCounter(shell::kPaneUploading, count);
-    if (counter_) {
+    if (bar_.counter()) {
         const auto text = Text(kTextUploadingCount) + ": " + std::to_string(count);
-        ::SetWindowTextA(counter_, text.c_str());
+        ::SetWindowTextA(bar_.counter(), text.c_str());
     }
 }
 
@@ -284,7 +238,7 @@ void UploadPanel::StopRows(const std::vector<int>& rows) {
 void UploadPanel::ToggleLimit() {
     const auto change = ToggleUploadLimit(ReadDword(kHttpServerKey, kMaxUploadSpeedValue),
                                           ReadDword(kP2PViewKey, kUploadLimitValue));
-    ::SendMessageA(toolbar_, TB_CHECKBUTTON, kUploadLimitSpeed, MAKELONG(change.checked, 0));
+    ::SendMessageA(bar_.toolbar(), TB_CHECKBUTTON, kUploadLimitSpeed, MAKELONG(change.checked, 0));
     WriteDword(kHttpServerKey, kMaxUploadSpeedValue, change.newLimit);
 }
 

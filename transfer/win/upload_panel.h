@@ -12,6 +12,7 @@
 #include "platform/win/window.h"
 #include "shell/win/panel.h"
 #include "transfer/upload_list.h"
+#include "transfer/win/transfer_bar.h"
 
 #include <memory>
 #include <vector>
@@ -43,8 +44,8 @@ public:
     void ApplyLanguage() override;
 
     HWND List() const { return list_; }
-    HWND Toolbar() const { return toolbar_; }
-    HWND Counter() const { return counter_; }
+    HWND Toolbar() const { return bar_.toolbar(); }
+    HWND Counter() const { return bar_.counter(); }
     const std::vector<UploadInfo>& Uploads() const { return uploads_; }
 
 private:
@@ -61,11 +62,9 @@ private:
     shell::PanelSite& site_;
     corvid::win::ComPtr<IUploadManager> manager_;
     std::vector<UploadInfo> uploads_;
-    HWND toolbar_ = nullptr;
-    HWND counter_ = nullptr;
+    TransferBar bar_;
     HWND list_ = nullptr;
     corvid::win::GdiObject font_;
-    HIMAGELIST images_ = nullptr;
     // The text of the cell the list asked for last: it must outlive the notification.
     std::string cellText_;
 };

@@ -3,16 +3,15 @@
 // An engine that answers the hosts view and the options page from what the test sets, and
 // records what they asked of it.
 
-#include "engine_h.h"
-#include "platform/win/com_object.h"
 #include "platform/win/text.h"
+#include "tests/wine/support/engine_fakes.h"
 
 #include <string>
 #include <vector>
 
 namespace corvid::testing {
 
-class FakeEngine final : public win::ComObject<FakeEngine, IGnutellaEngine> {
+class FakeEngine final : public EngineStub<FakeEngine> {
 public:
     std::string hostsInfo;
     std::vector<std::string> connected;
@@ -21,30 +20,9 @@ public:
 
     HRESULT STDMETHODCALLTYPE Connect() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Disconnect() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE CreateSearch(BSTR, BSTR, long, long, long, long,
-                                           IGnutellaSearch** search) override {
-        *search = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch** search) override {
-        *search = nullptr;
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE GetNodeCount(long* count) override {
         *count = 0;
         return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR, IGnutellaSearch** browse) override {
-        *browse = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** uploads) override {
-        *uploads = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetNetworkInfo(BSTR* text) override {
-        *text = nullptr;
-        return E_NOTIMPL;
     }
     HRESULT STDMETHODCALLTYPE GetHostsInfo(BSTR* text) override {
         *text = ::SysAllocString(win::ToWide(hostsInfo).c_str());

@@ -4,33 +4,16 @@
 // for: the engine component is a separate program, and the main view's connection logic must be
 // checked against exact call counts.
 
-#include "engine_h.h"
-#include "platform/win/com_object.h"
 #include "platform/win/connection_point.h"
+#include "tests/wine/support/engine_fakes.h"
 
 #include <string>
 #include <vector>
 
 namespace corvid::testing {
 
-class FakeSearch final : public win::ComObject<FakeSearch, IGnutellaSearch> {
-public:
-    HRESULT STDMETHODCALLTYPE Start() override {
-        ++starts;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Restart() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Stop() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE get_Id(LONG* id) override {
-        *id = 7;
-        return S_OK;
-    }
-    int starts = 0;
-};
-
-class FakeEngine final
-    : public win::ComObject<FakeEngine, IGnutellaEngine, IConnectionPointContainer>,
-      public win::ConnectionPoints {
+class FakeEngine final : public EngineStub<FakeEngine, IConnectionPointContainer>,
+                         public win::ConnectionPoints {
 public:
     FakeEngine() : ConnectionPoints(Identity(), {DIID__IGnutellaEngineEvents}) {}
 
@@ -71,18 +54,10 @@ public:
         lastSearch->AddRef();
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetSearch(LONG, IGnutellaSearch** search) override {
-        *search = nullptr;
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE GetNodeCount(LONG* count) override {
         ++nodeCountCalls;
         *count = nodes;
         return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR, IGnutellaSearch** browse) override {
-        *browse = nullptr;
-        return E_NOTIMPL;
     }
     HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** uploads) override {
         ++uploadCalls;

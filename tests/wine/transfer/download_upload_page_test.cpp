@@ -103,6 +103,26 @@ TEST_F(DownloadUploadPageTest, FoldersThatCannotBeUsedAndOddSpeedsAreRefused) {
     EXPECT_FALSE(win::ReadDword(win::kP2PViewKey, win::kUploadLimitValue));
 }
 
+// A folder typed without its root is shown and kept as the full path it means now; one written
+// into the registry by hand without a root gives way to the default.
+TEST_F(DownloadUploadPageTest, FoldersWithoutTheirRootAreMadeFullOrLeftOut) {
+    const auto parent = FreshFolder("relative-parent");
+    ::CreateDirectoryA((parent + "\\inner").c_str(), nullptr);
+    ASSERT_TRUE(::SetCurrentDirectoryA(parent.c_str()));
+    Set(IDC_DOWNLOAD_FOLDER, "inner");
+    Set(IDC_TEMP_FOLDER, parent);
+    ASSERT_TRUE(Apply());
+    EXPECT_EQ(Get(IDC_DOWNLOAD_FOLDER), parent + "\\inner");
+    EXPECT_EQ(win::ReadText(win::kP2PViewKey, win::kDownloadFolderValue), parent + "\\inner");
+
+    ASSERT_TRUE(win::WriteText(win::kP2PViewKey, win::kDownloadFolderValue, "inner"));
+    ASSERT_TRUE(win::WriteText(win::kP2PViewKey, win::kTempFolderValue, "\\temp"));
+    EXPECT_EQ(win::DownloadFolder(), win::BaseFolder() + "\\download");
+    EXPECT_EQ(win::TempFolder(), win::BaseFolder() + "\\temp");
+    for (const char* value : {win::kDownloadFolderValue, win::kTempFolderValue})
+        ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, value);
+}
+
 } // namespace
 } // namespace corvid::transfer::testing
 

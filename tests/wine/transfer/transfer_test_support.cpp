@@ -96,11 +96,6 @@ HRESULT STDMETHODCALLTYPE FakeFileManager::ShareDownload(BSTR path) {
     return S_OK;
 }
 
-void FakeSearch::Answer(const std::string& text) {
-    corvid::win::Bstr value(corvid::win::ToWide(text).c_str());
-    Fire(DIID__IGnutellaSearchEvents, 1, {corvid::win::Arg(value.get())});
-}
-
 HRESULT STDMETHODCALLTYPE FakeEngine::CreateSearch(BSTR keywords, BSTR, long, long, long, long,
                                                    IGnutellaSearch** search) {
     auto made = FakeSearch::Make();

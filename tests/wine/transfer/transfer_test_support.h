@@ -6,10 +6,8 @@
 
 #include <windows.h>
 
-#include "engine_h.h"
-#include "platform/win/com_object.h"
-#include "platform/win/connection_point.h"
 #include "search/result_records.h"
+#include "tests/wine/support/engine_fakes.h"
 #include "transfer/download_ports.h"
 
 #include <mutex>
@@ -57,89 +55,36 @@ public:
     std::vector<std::string> fileExists;
 };
 
-class FakeFileManager : public corvid::win::ComObject<FakeFileManager, IFileManager> {
+class FakeFileManager : public corvid::testing::FileManagerStub<FakeFileManager> {
 public:
-    HRESULT STDMETHODCALLTYPE AddSharedFolder(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE RemoveSharedFolder(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSharedFolders(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSharedFileCount(long*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE FindBySha1(BSTR, BSTR* path) override {
         *path = nullptr;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE ShareDownload(BSTR path) override;
-    HRESULT STDMETHODCALLTYPE GetLibraryText(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_HashingCpuShare(long*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_HashingCpuShare(long) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE get_ShareCompletedDownloads(VARIANT_BOOL* share) override {
         *share = VARIANT_TRUE;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE put_ShareCompletedDownloads(VARIANT_BOOL) override {
-        return E_NOTIMPL;
-    }
     std::vector<std::string> shared;
 };
 
-// A search object as the engine hands one out: it records Start and Restart, and the test fires
-// its result texts.
-class FakeSearch
-    : public corvid::win::ComObject<FakeSearch, IGnutellaSearch, IConnectionPointContainer>,
-      public corvid::win::ConnectionPoints {
-public:
-    FakeSearch() : ConnectionPoints(Identity(), {DIID__IGnutellaSearchEvents}) {}
-    ~FakeSearch() override { DisconnectAll(); }
-    HRESULT STDMETHODCALLTYPE Start() override {
-        ++starts;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Restart() override {
-        ++starts;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Stop() override {
-        stopped = true;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE get_Id(long* id) override {
-        *id = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** points) override {
-        return ConnectionPoints::EnumConnectionPoints(points);
-    }
-    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {
-        return ConnectionPoints::FindConnectionPoint(iid, point);
-    }
-    // One "searchresult" text, as OnSearchResult delivers it.
-    void Answer(const std::string& text);
-    int starts = 0;
-    bool stopped = false;
-};
+using corvid::testing::FakeSearch;
 
 // The engine as the transfer pages use it: the upload component and searches by SHA1.
-class FakeEngine : public corvid::win::ComObject<FakeEngine, IGnutellaEngine> {
+class FakeEngine : public corvid::testing::EngineStub<FakeEngine> {
 public:
     explicit FakeEngine(IUploadManager* uploads = nullptr) : uploads_(uploads) {}
-    HRESULT STDMETHODCALLTYPE Connect() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Disconnect() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CreateSearch(BSTR keywords, BSTR, long, long, long, long,
                                            IGnutellaSearch** search) override;
-    HRESULT STDMETHODCALLTYPE GetSearch(long, IGnutellaSearch**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetNodeCount(long*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE BrowseHost(BSTR, IGnutellaSearch**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetUploads(IUploadManager** out) override {
+        *out = nullptr;
         if (!uploads_)
             return E_NOTIMPL;
         uploads_->AddRef();
         *out = uploads_.get();
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetNetworkInfo(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetHostsInfo(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ConnectNode(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DisconnectNode(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ReloadSettings() override { return E_NOTIMPL; }
 
     // The searches made, by their keywords.
     std::vector<std::pair<std::string, corvid::win::ComPtr<FakeSearch>>> searches;
