@@ -26,6 +26,9 @@ struct ResultSource {
     std::string nodeId;
     std::string info;
     std::int32_t push = 0; // 1 when the host is firewalled and reachable only by a push
+    // The URL the engine names for fetching the file when the host cannot be dialled (its
+    // loopback relay, which pushes); empty: the host's own address.
+    std::string sourceUrl{};
 };
 
 // What the reader makes of one FileInfo: the host's offer plus the file's identity.
@@ -47,6 +50,7 @@ struct ResultFields {
     std::string_view info;
     std::string_view sha1;
     std::string_view keyword;
+    std::string_view sourceUrl{};
     std::int32_t port = 0;
     std::int32_t fileIndex = 0;
     std::int32_t size = 0;

@@ -92,6 +92,7 @@ void CopySource(const ResultFields& from, std::string_view type, ResultSource& t
     to.nodeId.assign(from.nodeId);
     to.info.assign(from.info);
     to.push = from.push;
+    to.sourceUrl.assign(from.sourceUrl);
 }
 
 } // namespace
@@ -191,9 +192,10 @@ bool ResultStore::Accept(const ResultFields& result, std::uint64_t hash) {
 
     if (ResultGroup* known = result.sha1.empty() ? nullptr : Find(result.sha1, hash)) {
         // A second host offering a known file is one more source, never a new file; the same
-        // host answering again (on any port) adds nothing.
+        // host answering again (on any port) adds nothing. Firewalled hosts often name the same
+        // private address, so a host the engine relays for is told apart by its relay URL too.
         for (const ResultSource& existing : known->sources) {
-            if (existing.host == result.host) {
+            if (existing.host == result.host && existing.sourceUrl == result.sourceUrl) {
                 return false;
             }
         }
@@ -286,6 +288,7 @@ bool AcceptResult(ResultStore& store, const ParsedResult& result) {
     fields.speed = source.speed;
     fields.browsable = source.browsable;
     fields.push = source.push;
+    fields.sourceUrl = source.sourceUrl;
     return AcceptResult(store, fields);
 }
 

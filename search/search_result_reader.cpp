@@ -72,6 +72,7 @@ template <typename Visit> ReadCount ReadFields(std::string_view text, Visit&& vi
         fields.size = ParseDecimal(NextElement(file, "<size"));
         fields.info = NextElement(file, "<info");
         fields.sha1 = NextElement(file, "<sha1");
+        fields.sourceUrl = NextElement(file, "<source");
         visit(static_cast<const ResultFields&>(fields));
         ++count;
     }
@@ -103,6 +104,7 @@ ReadCount ReadResultFiles(std::string_view text, const ResultSink& sink) {
         source.nodeId.assign(fields.nodeId);
         source.info.assign(fields.info);
         source.push = fields.push;
+        source.sourceUrl.assign(fields.sourceUrl);
         result.sha1.assign(fields.sha1);
         result.keyword.assign(fields.keyword);
         sink(result);

@@ -237,7 +237,7 @@ bool DownloadPage::AddSource(const std::shared_ptr<DownloadItem>& item, const st
 
 void DownloadPage::AddGroupSources(const std::shared_ptr<DownloadItem>& item) {
     for (const auto& hit : item->group.sources) {
-        if (const auto url = HitSourceUrl(hit.host, hit.port, item->sha1))
+        if (const auto url = SourceUrlOf(hit, item->sha1))
             AddSource(item, *url);
     }
 }
@@ -303,11 +303,12 @@ bool DownloadPage::OfferSearchHit(const std::string& sha1, const ResultSource& h
         auto& sources = item->group.sources;
         if (!running || !IsLive(*item) || sources.empty() || sources.front().size != hit.size)
             return false;
-        if (std::any_of(sources.begin(), sources.end(),
-                        [&](const ResultSource& known) { return known.host == hit.host; }))
+        if (std::any_of(sources.begin(), sources.end(), [&](const ResultSource& known) {
+                return known.host == hit.host && known.sourceUrl == hit.sourceUrl;
+            }))
             return false;
         sources.push_back(hit);
-        const auto url = HitSourceUrl(hit.host, hit.port, sha1);
+        const auto url = SourceUrlOf(hit, sha1);
         if (!url || item->HasSourceUrl(*url) || item->sources.size() >= kMaxSourcesPerItem ||
             !AddSource(item, *url))
             return false;
@@ -483,10 +484,11 @@ bool DownloadPage::OfferFoundSource(const std::string& sha1, const ResultSource&
         auto& sources = item->group.sources;
         if (item->state != kItemNeedsSources || sources.empty() ||
             sources.front().size != hit.size || sources.size() >= kMaxSourcesPerItem ||
-            !HitSourceUrl(hit.host, hit.port, sha1))
+            !SourceUrlOf(hit, sha1))
             return false;
         if (std::any_of(sources.begin(), sources.end(), [&](const ResultSource& known) {
-                return known.host == hit.host && known.port == hit.port;
+                return known.host == hit.host && known.port == hit.port &&
+                       known.sourceUrl == hit.sourceUrl;
             }))
             return false;
         sources.push_back(hit);

@@ -51,6 +51,24 @@ bool IsUrlSafeSha1(std::string_view sha1) {
            std::all_of(sha1.begin(), sha1.end(), IsAsciiAlnum);
 }
 
+// "http://127.0.0.1:<port>/push/<servent>/<index>/<proxies>/uri-res/N2R?urn:sha1:<sha1>", the
+// engine's loopback relay: nothing else may pass for one.
+bool IsRelayUrl(std::string_view url, std::string_view sha1) {
+    constexpr std::string_view kLoopback = "http://127.0.0.1:";
+    constexpr std::size_t kMaxRelayUrl = 1024;
+    if (url.size() > kMaxRelayUrl || !url.starts_with(kLoopback) || !IsUrlSafeSha1(sha1))
+        return false;
+    const std::string_view rest = url.substr(kLoopback.size());
+    const auto slash = rest.find('/');
+    if (slash == std::string_view::npos || !IsPort(rest.substr(0, slash)) ||
+        !rest.substr(slash).starts_with("/push/"))
+        return false;
+    const std::string wanted = "/uri-res/N2R?urn:sha1:" + std::string(sha1);
+    return url.ends_with(wanted) && std::all_of(url.begin(), url.end(), [](char c) {
+               return c > ' ' && c < 0x7F && c != '"' && c != '<' && c != '>' && c != '\\';
+           });
+}
+
 // "host" or "host:port" made into "host:port", or nothing when the piece is not an address.
 std::optional<std::string> AltAddress(std::string_view piece) {
     const auto colon = piece.find(':');
@@ -158,6 +176,12 @@ std::optional<std::string> HitSourceUrl(std::string_view host, std::int32_t port
         return std::nullopt;
     return "http://" + std::string(host) + ":" + std::to_string(port) +
            "/uri-res/N2R?urn:sha1:" + std::string(sha1);
+}
+
+std::optional<std::string> SourceUrlOf(const ResultSource& hit, std::string_view sha1) {
+    if (IsRelayUrl(hit.sourceUrl, sha1))
+        return hit.sourceUrl;
+    return HitSourceUrl(hit.host, hit.port, sha1);
 }
 
 std::vector<std::string> AltSourceUrls(std::string_view header, std::string_view sha1) {

@@ -4,6 +4,8 @@
 // statuses they bring, and the source addresses the page builds from search hits and from the
 // alternate sources peers report.
 
+#include "search/result_records.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -63,6 +65,12 @@ std::vector<std::string> SplitLines(std::string_view text);
 // address, the port lies in 1-65535 and the SHA1 is letters and digits only.
 std::optional<std::string> HitSourceUrl(std::string_view host, std::int32_t port,
                                         std::string_view sha1);
+
+// The URL a search hit is fetched from: the engine's relay URL when the hit carries one (a
+// firewalled host), otherwise the host's own address as HitSourceUrl builds it. The relay URL is
+// taken only in the shape the engine writes it, on loopback and asking for exactly this SHA1;
+// anything else falls back to the host's address.
+std::optional<std::string> SourceUrlOf(const ResultSource& hit, std::string_view sha1);
 
 // The addresses of the alternate sources listed in a response header, as
 // "http://%s/uri-res/N2R?urn:sha1:%s", in the order given, without repeats. Header names compare

@@ -1,10 +1,12 @@
 #include "engine/com/engine_settings.h"
 
+#include "platform/win/module.h"
 #include "platform/win/text.h"
 #include "platform/win/user_folders.h"
 
 #include <windows.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -37,15 +39,6 @@ EngineOptions ReadEngineOptions() {
     options.behind_firewall = ini.behind_firewall;
     options.upload_port = ini.upload_port;
     options.bootstrap = ini.hosts;
-    const std::string bootstrap = Environment("CORVID_ENGINE_BOOTSTRAP");
-    std::string_view listed = bootstrap;
-    while (!listed.empty() && options.bootstrap.size() < 64) {
-        const auto comma = listed.find(',');
-        if (auto host = ParseUserAddress(listed.substr(0, comma))) {
-            options.bootstrap.push_back(*host);
-        }
-        listed = comma == std::string_view::npos ? std::string_view() : listed.substr(comma + 1);
-    }
     // A network the user named on private addresses is a private network: its peers' pongs name
     // private addresses too, and those are the only hosts worth keeping.
     for (const auto& host : options.bootstrap) {
@@ -56,6 +49,14 @@ EngineOptions ReadEngineOptions() {
         options.host_cache_file =
             win::ToAnsi(config.c_str(), static_cast<int>(config.size())) + "\\HostCache.txt";
     }
+    // The cache list an installation ships beside this binary (the DLL or the local server).
+    const std::filesystem::path shipped = std::filesystem::path(win::ModulePath()).parent_path();
+    if (!shipped.empty()) {
+        const std::wstring list = (shipped / L"caches.txt").wstring();
+        options.shipped_cache_list = win::ToAnsi(list.c_str(), static_cast<int>(list.size()));
+    }
+    const std::string bootstrap = Environment("CORVID_ENGINE_BOOTSTRAP");
+    ApplyBootstrapVariable(options, bootstrap);
     options.tick = [] { return static_cast<std::uint32_t>(::GetTickCount()); };
     options.upload_limit = ReadUploadLimit;
     return options;

@@ -1,8 +1,9 @@
 #pragma once
 
 // Where the engine's settings come from on Windows: "Config\NetWork.ini" in the per-user data
-// folder, the variable CORVID_ENGINE_BOOTSTRAP ("a.b.c.d:port,...", for loopback test networks)
-// and the upload limit "maxULSpeedLimit" under HKCU\Software\Tarvo Explorer\HttpServer.
+// folder, the cache list "caches.txt" beside the engine's binary, the variable
+// CORVID_ENGINE_BOOTSTRAP (test networks and demos: see ApplyBootstrapVariable) and the upload
+// limit "maxULSpeedLimit" under HKCU\Software\Tarvo Explorer\HttpServer.
 
 #include "engine/service/engine_service.h"
 

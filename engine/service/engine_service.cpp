@@ -5,10 +5,12 @@
 #include "engine/sharing/engine_texts.h"
 #include "engine/sharing/library_share_index.h"
 #include "engine/sharing/push_giv.h"
+#include "engine/sharing/push_relay.h"
 #include "engine/sharing/upload_server.h"
 
 #include <charconv>
 #include <cstdio>
+#include <fstream>
 #include <future>
 #include <map>
 #include <random>
@@ -25,12 +27,77 @@ constexpr auto kLimitPoll = std::chrono::seconds(1);
 // Long enough for the Byes to leave, short enough that Disconnect does not keep the user waiting.
 constexpr auto kByeGrace = std::chrono::milliseconds(150);
 
+// A cache list or a host cache is a few kilobytes; more than this is not one.
+constexpr std::streamsize kMaxListBytes = 256 * 1024;
+
 std::uint64_t RandomSeed() {
     std::random_device random;
     return (std::uint64_t{random()} << 32) | random();
 }
 
+std::string ReadSmallFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string text(static_cast<std::size_t>(kMaxListBytes), '\0');
+    in.read(text.data(), kMaxListBytes);
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    return text;
+}
+
+bool OnPrivateAddress(const BootstrapCache& cache) {
+    std::optional<Endpoint> at;
+    if (cache.kind == BootstrapCache::Kind::UdpHostCache) {
+        at = ParseEndpoint(cache.address);
+    } else if (auto url = ParseCacheUrl(cache.address)) {
+        at = ParseEndpoint(url->host, url->port);
+    }
+    return at && !at->IsRoutable();
+}
+
 } // namespace
+
+std::vector<BootstrapCache> BootstrapCachesFor(const EngineOptions& options) {
+    std::vector<BootstrapCache> caches = options.caches;
+    if (options.shipped_cache_list.empty())
+        return caches;
+    if (!options.host_cache_file.empty()) {
+        HostCache known(kFewKnownHosts, options.allow_private_addresses);
+        known.Load(ReadSmallFile(options.host_cache_file));
+        if (known.size() >= kFewKnownHosts)
+            return caches;
+    }
+    for (auto& cache : ParseCacheList(ReadSmallFile(options.shipped_cache_list))) {
+        if (std::find(caches.begin(), caches.end(), cache) == caches.end())
+            caches.push_back(std::move(cache));
+    }
+    return caches;
+}
+
+void ApplyBootstrapVariable(EngineOptions& options, std::optional<std::string_view> value) {
+    if (!value || TrimSpaces(*value).empty())
+        return;
+    options.shipped_cache_list.clear();
+    if (EqualsIgnoreCase(TrimSpaces(*value), "none")) {
+        options.host_cache_file.clear();
+        return;
+    }
+    std::string_view listed = *value;
+    for (int pieces = 0; !listed.empty() && pieces < 64; ++pieces) {
+        const auto comma = listed.find(',');
+        const std::string_view piece = TrimSpaces(listed.substr(0, comma));
+        if (auto host = ParseUserAddress(piece)) {
+            options.bootstrap.push_back(*host);
+            options.allow_private_addresses =
+                options.allow_private_addresses || !host->IsRoutable();
+        } else {
+            for (auto& cache : ParseCacheList(piece)) {
+                options.allow_private_addresses =
+                    options.allow_private_addresses || OnPrivateAddress(cache);
+                options.caches.push_back(std::move(cache));
+            }
+        }
+        listed = comma == std::string_view::npos ? std::string_view() : listed.substr(comma + 1);
+    }
+}
 
 std::optional<Endpoint> ParseUserAddress(std::string_view text) {
     text = TrimSpaces(text);
@@ -109,9 +176,18 @@ struct EngineService::Running : ServentObserver {
         if (found == queries.end())
             return;
         const Query& query = found->second;
+        // The plug-in hands Download.dll plain URLs and knows nothing of pushes. So a file the
+        // downloader cannot fetch from the host's own address carries the engine's relay URL in
+        // its result text, and the download page gives that URL instead; everything else in the
+        // text stays as a reader without the element expects it.
+        std::vector<ResultFile> files = ResultFilesOf(hit);
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (auto target = PushTargetOf(hit, hit.results[i], options.allow_private_addresses)) {
+                files[i].source = relay->Url(*target);
+            }
+        }
         listener.OnSearchResult(
-            query.search,
-            SearchResultText(ResultHostOf(hit, query.keyword, query.type), ResultFilesOf(hit)));
+            query.search, SearchResultText(ResultHostOf(hit, query.keyword, query.type), files));
     }
     void OnPushRequest(const Push& push) override {
         AnswerPush(io, push, node->servent().servent_guid(), files, *server);
@@ -158,6 +234,8 @@ struct EngineService::Running : ServentObserver {
     asio::executor_work_guard<asio::io_context::executor_type> work;
     std::unique_ptr<Node> node;
     std::unique_ptr<UploadServer> server;
+    GivWaiters givs{io};
+    std::unique_ptr<PushRelay> relay;
     asio::steady_timer limit_timer;
     std::uint64_t applied_limit = ~std::uint64_t{0};
     std::map<Guid, Query> queries;
@@ -180,6 +258,27 @@ EngineService::~EngineService() {
 std::error_code EngineService::Start(EngineOptions options) {
     Stop();
     auto run = std::make_unique<Running>(*this, std::move(options));
+    Running* r = run.get();
+    // Files of firewalled hosts: the relay asks for a Push down the route their hit came by and
+    // through the push proxies the hit named, and carries the downloader's requests over the GIV
+    // connection that answers.
+    run->relay =
+        std::make_unique<PushRelay>(run->io, run->givs, [r](const PushRelayTarget& target) {
+            const bool routed = r->node->servent().SendPush(target.servent, target.index);
+            SendPushThroughProxies(r->io, target, r->node->servent().listen());
+            return routed || !target.proxies.empty();
+        });
+    // The port it had before, when free: downloads started before a reconnect keep their URLs.
+    try {
+        run->relay->Listen(relay_port_);
+    } catch (const std::system_error&) {
+        try {
+            run->relay->Listen();
+        } catch (const std::system_error& error) {
+            return error.code();
+        }
+    }
+    relay_port_ = run->relay->port();
     NodeOptions node_options;
     node_options.servent.network = run->options.network;
     node_options.servent.firewalled = run->options.behind_firewall;
@@ -189,6 +288,7 @@ std::error_code EngineService::Start(EngineOptions options) {
     node_options.bind_address = asio::ip::address_v4::any();
     node_options.port = run->options.network.port;
     node_options.host_cache_file = run->options.host_cache_file;
+    node_options.caches = BootstrapCachesFor(run->options);
     run->node = std::make_unique<Node>(run->io, node_options, run->share, RandomSeed());
     std::error_code error = run->node->Start();
     bool port_taken = false;
@@ -203,7 +303,6 @@ std::error_code EngineService::Start(EngineOptions options) {
     }
     run->port = run->node->port();
 
-    Running* r = run.get();
     run->server = std::make_unique<UploadServer>(run->io, files_, uploads_);
     run->server->SetBrowseSource([r] {
         const Bytes stream = BrowseHitStream(r->files.Files(), {r->node->servent().listen(),
@@ -213,8 +312,9 @@ std::error_code EngineService::Start(EngineOptions options) {
     });
     run->node->SetForeignConnectionHandler([r](asio::ip::tcp::socket socket, Bytes first) {
         std::string bytes(first.begin(), first.end());
-        // The engine downloads nothing itself, so nobody here waits for a GIV.
-        if (!bytes.starts_with("GIV"))
+        if (bytes.starts_with("GIV"))
+            r->givs.Offer(std::move(socket), std::move(bytes));
+        else
             r->server->Adopt(std::move(socket), std::move(bytes));
     });
     run->node->servent().SetObserver(r);
@@ -251,6 +351,8 @@ void EngineService::Stop() {
         return;
     Running* r = running_.get();
     asio::post(r->io, [r] {
+        // Downloads waiting on a push end first, while the links they wait on still stand.
+        r->relay->Close();
         r->node->Stop();
         r->server->Close();
         r->limit_timer.cancel();

@@ -1,5 +1,6 @@
-// The whole engine of one process: the servent, the upload server with browse host and push, and
-// the searches and browses the user runs, over one shared file index. It runs on a network thread
+// The whole engine of one process: the servent, the upload server with browse host and push, the
+// loopback relay through which the downloader fetches files of firewalled hosts, and the searches
+// and browses the user runs, over one shared file index. It runs on a network thread
 // of its own between Start and Stop; the caller's thread asks it questions (answered by the
 // network thread while the caller waits) and hears from it through EngineListener, always on the
 // network thread. This is what the engine's COM face wraps.
@@ -30,12 +31,32 @@ struct EngineOptions {
     // Lets private addresses learnt from peers into the host cache: loopback test networks only.
     bool allow_private_addresses = false;
     std::string host_cache_file;
+    // Asked when nobody is left to dial.
+    std::vector<gnutella::BootstrapCache> caches;
+    // The editable cache list that ships beside the engine's binary: read at start, when the host
+    // cache knows fewer than kFewKnownHosts hosts, and asked after the caches above. Empty: none.
+    std::string shipped_cache_list;
     std::string user_agent = "Corvid/0.1";
     // The tick counter the hosts view reads (milliseconds, 32-bit, wrapping).
     std::function<std::uint32_t()> tick;
     // The total upload limit in bytes per second (0: none), asked about once a second.
     std::function<std::uint64_t()> upload_limit;
 };
+
+// Fewer hosts than this in the host cache, and the shipped cache list is read at start.
+inline constexpr std::size_t kFewKnownHosts = 20;
+
+// The caches the node asks, in order: those named in the options, then the shipped list's when
+// the host cache file holds fewer than kFewKnownHosts hosts worth dialling.
+std::vector<gnutella::BootstrapCache> BootstrapCachesFor(const EngineOptions& options);
+
+// Applies CORVID_ENGINE_BOOTSTRAP, which test networks and demos set (nothing: the variable is not
+// set). Unset or empty changes nothing. "none": the engine finds nobody by itself: no shipped
+// cache list, and no host cache read or written, so a test run never dials what an earlier one
+// left behind (hosts the user's NetWork.ini names are still dialled). Otherwise a list separated
+// by commas of hosts ("a.b.c.d:port", dialled at start) and caches ("gwc <url>",
+// "uhc <host>:<port>"), which stand in for the shipped list.
+void ApplyBootstrapVariable(EngineOptions& options, std::optional<std::string_view> value);
 
 // Told on the network thread; must not call back into the service.
 class EngineListener {
@@ -124,6 +145,7 @@ private:
     EngineListener& listener_;
     gnutella::UploadRegistry uploads_;
     std::unique_ptr<Running> running_;
+    std::uint16_t relay_port_ = 0;
 };
 
 } // namespace corvid::engine

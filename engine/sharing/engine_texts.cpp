@@ -111,6 +111,11 @@ std::string SearchResultText(const ResultHost& host, std::span<const ResultFile>
         Element(out, "size", Int32Text(file.size));
         TextElement(out, "info", file.info);
         TextElement(out, "sha1", file.sha1);
+        // Behind everything the plug-in's reader looks for in a file, so a reader that does not
+        // know the element finds all the rest where it always was.
+        if (!file.source.empty()) {
+            TextElement(out, "source", file.source);
+        }
         out += "</FileInfo>";
     }
     out += "</ResultSet></searchresult>";

@@ -38,6 +38,9 @@ struct ResultFile {
     std::uint64_t size = 0;
     std::string info;
     std::string sha1;
+    // Where the downloader fetches the file when the host's own address will not do: the
+    // engine's loopback relay for a firewalled host. Empty: the host's address.
+    std::string source{};
 };
 
 std::string SearchResultText(const ResultHost& host, std::span<const ResultFile> files);

@@ -103,6 +103,25 @@ std::optional<PushRelayTarget> ParsePushRelayPath(std::string_view path) {
     return out;
 }
 
+std::optional<PushRelayTarget> PushTargetOf(const QueryHit& hit, const HitResult& result,
+                                            bool privateAddressesAreReachable) {
+    const bool dialable =
+        !hit.flags.firewalled && (privateAddressesAreReachable || hit.endpoint().IsRoutable());
+    if (dialable || hit.servent == Guid{} || result.sha1.empty()) {
+        return std::nullopt;
+    }
+    PushRelayTarget target;
+    target.servent = hit.servent;
+    target.index = result.index;
+    for (const auto& proxy : hit.push_proxies) {
+        if (proxy.IsValid() && target.proxies.size() < kMaxProxies) {
+            target.proxies.push_back(proxy);
+        }
+    }
+    target.target = "/uri-res/N2R?urn:sha1:" + result.sha1;
+    return target;
+}
+
 std::string PushProxyRequest(const Guid& servent, std::uint32_t index, const Endpoint& self) {
     std::string request = "GET /gnutella/push-proxy?ServerId=";
     request.append(Base32Encode(servent.bytes)).append("&file=").append(std::to_string(index));

@@ -33,6 +33,13 @@ std::string PushRelayPath(const PushRelayTarget& target);
 // of a servent serves ("/get/..." or "/uri-res/...").
 std::optional<PushRelayTarget> ParsePushRelayPath(std::string_view path);
 
+// Where a file of a hit must be fetched through a Push: the host says it is firewalled, or it
+// gave an address nobody outside its own network can dial (unless the caller lives on such a
+// network itself). Nothing when the host can be dialled, or when the hit names no servent or no
+// SHA1 to ask for. The target asks for the file by its SHA1.
+std::optional<PushRelayTarget> PushTargetOf(const QueryHit& hit, const HitResult& result,
+                                            bool privateAddressesAreReachable);
+
 // "GET /gnutella/push-proxy?ServerId=<base32 GUID>&file=<index> HTTP/1.1" with X-Node: what a
 // push proxy is asked to pass on as a Push to the servent it shields.
 std::string PushProxyRequest(const Guid& servent, std::uint32_t index, const Endpoint& self);

@@ -44,6 +44,37 @@ TEST(EngineTextsReadBack, SearchResultsComeBackAsTheSameRecords) {
     }
 }
 
+TEST(EngineTextsReadBack, RelayUrlsOfFirewalledHostsComeBackAndKeepThemApart) {
+    // Two firewalled hosts behind different routers, both on the same private address.
+    const std::string sha1 = "QLFYWY2RI5WZCTEP6MJKR5CAFGP7FQ5X";
+    const ResultHost host{"tune", "All", "AB", "192.168.0.2", 6346, 0, "CRVD", true};
+    const std::string relay = "http://127.0.0.1:4000/push/";
+    const ResultFile first[] = {
+        {1, "tune.mp3", 9, "", sha1, relay + "aa/1/-/uri-res/N2R?urn:sha1:" + sha1}};
+    const ResultFile second[] = {
+        {2, "tune.mp3", 9, "", sha1, relay + "bb/2/-/uri-res/N2R?urn:sha1:" + sha1}};
+    ResultStore store;
+    ASSERT_EQ(ReadSearchResult(store, SearchResultText(host, first)).value(), 1);
+    ASSERT_EQ(ReadSearchResult(store, SearchResultText(host, second)).value(), 0);
+    // The first host answering again adds nothing.
+    ASSERT_EQ(ReadSearchResult(store, SearchResultText(host, first)).value(), 0);
+    ASSERT_EQ(store.Groups().size(), 1u);
+    const auto& sources = store.Groups().front()->sources;
+    ASSERT_EQ(sources.size(), 2u);
+    EXPECT_EQ(sources[0].sourceUrl, first[0].source);
+    EXPECT_EQ(sources[1].sourceUrl, second[0].source);
+    EXPECT_EQ(sources[1].fileIndex, 2);
+    EXPECT_EQ(sources[1].push, 1);
+
+    // A host reached directly carries no relay URL, and its text has no element for one.
+    const ResultHost direct{"tune", "All", "AB", "10.1.2.3", 6346, 0, "CRVD", false};
+    const ResultFile plain[] = {{3, "tune.mp3", 9, "", sha1}};
+    const std::string text = SearchResultText(direct, plain);
+    EXPECT_EQ(text.find("<source"), std::string::npos) << text;
+    ReadResultFiles(text,
+                    [](ParsedResult& result) { EXPECT_TRUE(result.source.sourceUrl.empty()); });
+}
+
 TEST(EngineTextsReadBack, BrowseAnswersFromFirewalledHostsKeepEveryFileAndNeedAPush) {
     const ResultHost host{"", "BrowseHost", "AB", "127.0.0.1", 6346, 0, "CRVD", true};
     const ResultFile files[] = {{1, "a.doc", 1, "", "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA"},

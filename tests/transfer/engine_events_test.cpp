@@ -82,6 +82,38 @@ TEST(SourceUrls, SearchHitsAndTheirChecks) {
     EXPECT_FALSE(HitSourceUrl("10.0.0.1", 6346, "ABC DEF"));
 }
 
+TEST(SourceUrls, FirewalledHitsGoThroughTheEnginesRelayOnlyInItsOwnShape) {
+    const std::string relay = std::string("http://127.0.0.1:40123/push/"
+                                          "01112131415161718191a1b1c1d1e1f1/42/10.0.0.1:6346/"
+                                          "uri-res/N2R?urn:sha1:") +
+                              kSha1;
+    ResultSource hit;
+    hit.host = "192.168.1.20";
+    hit.port = 6346;
+    hit.push = 1;
+    hit.sourceUrl = relay;
+    EXPECT_EQ(SourceUrlOf(hit, kSha1), relay);
+
+    // Anything that is not the engine's relay asking for this very file is not taken: the host's
+    // own address is used, as for any hit.
+    const std::string sha1(kSha1);
+    for (const std::string& bad :
+         {"http://10.0.0.5:40123/push/01/1/-/uri-res/N2R?urn:sha1:" + sha1,
+          "http://127.0.0.1:40123/get/1/a?urn:sha1:" + sha1,
+          "http://127.0.0.1:99999/push/01/1/-/uri-res/N2R?urn:sha1:" + sha1,
+          std::string("http://127.0.0.1:40123/push/01/1/-/uri-res/N2R?urn:sha1:AAAA"),
+          "http://127.0.0.1:40123/push/0 1/1/-/uri-res/N2R?urn:sha1:" + sha1,
+          "http://127.0.0.1:40123/push/" + std::string(2000, 'a') +
+              "/uri-res/N2R?urn:sha1:" + sha1}) {
+        hit.sourceUrl = bad;
+        EXPECT_EQ(SourceUrlOf(hit, kSha1), Url("192.168.1.20:6346")) << bad;
+    }
+    hit.sourceUrl.clear();
+    EXPECT_EQ(SourceUrlOf(hit, kSha1), Url("192.168.1.20:6346"));
+    hit.sourceUrl = relay;
+    EXPECT_FALSE(SourceUrlOf(hit, "../x"));
+}
+
 TEST(SourceUrls, AltHeaderWithTwoPieces) {
     const auto header = "HTTP/1.1 200 OK\r\nServer: X\r\nx-alt: 10.0.0.7, 10.0.0.8:6347\r\n\r\n";
     EXPECT_EQ(AltSourceUrls(header, kSha1),

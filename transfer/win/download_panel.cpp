@@ -555,7 +555,7 @@ void DownloadPanel::OnSourceFound(const std::string& sha1, const ResultSource& h
         ResultGroup group;
         group.sha1 = sha1;
         group.sources.push_back(MagnetSource(waiting->second, hit));
-        if (!HitSourceUrl(hit.host, hit.port, sha1))
+        if (!SourceUrlOf(hit, sha1))
             return;
         waitingMagnets_.erase(waiting);
         page_->StartDownload(group, false);
