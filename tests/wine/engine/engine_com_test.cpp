@@ -381,6 +381,18 @@ TEST_P(EngineAsThePlugInMakesIt, ReleasingWithEventsQueuedIsClean) {
     // The status texts of the connect wait in the queue; the engine goes before they are read.
     Unadvise(engine_.get(), DIID__IGnutellaEngineEvents, cookie_);
     engine_.reset();
+    if (GetParam() == Server::LocalServer) {
+        // Out of process, an event the server had already sent when the Unadvise reached it may
+        // still land here: calls in the two directions travel apart. Such stragglers end within
+        // a quiet moment; anything after that would be the engine still talking.
+        for (int round = 0; round < 10; ++round) {
+            const size_t before = sink_->events.size();
+            PumpUntil([] { return false; }, 200);
+            if (sink_->events.size() == before) {
+                break;
+            }
+        }
+    }
     const size_t heard = sink_->events.size();
     PumpUntil([] { return false; }, 300);
     EXPECT_EQ(sink_->events.size(), heard);
