@@ -312,14 +312,8 @@ void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
             peer.listen = *ep;
     LearnAddress(block);
     ReadCapabilities(peer, block);
-    if (auto* twin = Twin(peer)) {
-        if (KeepsTwin(peer, *twin)) {
-            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Already connected", {}));
-            Drop(peer, 0, "Already connected");
-            return;
-        }
-        Drop(*twin, 200, "Already connected");
-    }
+    if (!KeepOneOfTwins(peer))
+        return;
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     int ultrapeers = CountPeers(PeerKind::Ultrapeer);
     int leaves = CountPeers(PeerKind::Leaf);
@@ -377,14 +371,8 @@ void Servent::OnResponseBlock(Peer& peer, const HeaderBlock& block) {
     peer.listen = peer.remote;
     LearnAddress(block);
     ReadCapabilities(peer, block);
-    if (auto* twin = Twin(peer)) {
-        if (KeepsTwin(peer, *twin)) {
-            SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Already connected", {}));
-            Drop(peer, 0, "Already connected");
-            return;
-        }
-        Drop(*twin, 200, "Already connected");
-    }
+    if (!KeepOneOfTwins(peer))
+        return;
     bool remote_ultrapeer = block.IsTrue("X-Ultrapeer");
     std::vector<std::pair<std::string, std::string>> headers;
     if (!remote_ultrapeer) {
@@ -1020,6 +1008,19 @@ bool Servent::KeepsTwin(const Peer& peer, const Peer& twin) const {
         return true;
     bool ours_stays = config_.listen < peer.listen;
     return twin.outgoing == ours_stays;
+}
+
+bool Servent::KeepOneOfTwins(Peer& peer) {
+    Peer* twin = Twin(peer);
+    if (!twin)
+        return true;
+    if (KeepsTwin(peer, *twin)) {
+        SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Already connected", {}));
+        Drop(peer, 0, "Already connected");
+        return false;
+    }
+    Drop(*twin, 200, "Already connected");
+    return true;
 }
 
 void Servent::Dial(const Endpoint& host) {

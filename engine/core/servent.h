@@ -231,6 +231,9 @@ private:
     Peer* Twin(const Peer& peer);
     // Of two links to one servent, which goes; both ends choose alike.
     bool KeepsTwin(const Peer& peer, const Peer& twin) const;
+    // Of two links to one servent, the one KeepsTwin does not keep goes now; false when that is
+    // this one (it has been answered 503 and dropped).
+    bool KeepOneOfTwins(Peer& peer);
     void LearnAddress(const HeaderBlock& block);
 
     std::vector<std::pair<std::string, std::string>> CommonHeaders(const Peer& peer) const;
