@@ -1,5 +1,6 @@
 #include "engine/sharing/push_relay.h"
 
+#include "engine/sharing/session_list.h"
 #include "engine/sharing/upload_protocol.h"
 #include "platform/ascii.h"
 #include "platform/listen.h"
@@ -14,6 +15,9 @@ constexpr std::string_view kPrefix = "/push/";
 constexpr std::size_t kMaxProxies = 8;
 constexpr std::size_t kReadChunk = 16 * 1024;
 constexpr auto kProxyTimeout = std::chrono::seconds(10);
+// Only Download.dll on this machine talks to the relay, a few connections a source; more than
+// this is some other local program, and it gets no more.
+constexpr std::size_t kMaxRelaySessions = 256;
 
 std::string_view NextSegment(std::string_view& rest) {
     const std::size_t slash = rest.find('/');
@@ -170,7 +174,7 @@ struct PushRelay::State {
     GivWaiters& givs;
     PushSender sender;
     Options options;
-    std::list<std::weak_ptr<RelaySession>> sessions;
+    SessionList<RelaySession> sessions;
     bool closed = false;
 
     State(asio::io_context& context, GivWaiters& waiters, PushSender send, Options opts)
@@ -402,11 +406,10 @@ void PushRelay::Accept() {
             if (error || state->closed) {
                 return;
             }
-            state->sessions.remove_if(
-                [](const std::weak_ptr<RelaySession>& weak) { return weak.expired(); });
             auto session = std::make_shared<RelaySession>(state, std::move(socket));
-            state->sessions.push_back(session);
-            session->Start();
+            if (state->sessions.Add(session, kMaxRelaySessions)) {
+                session->Start();
+            }
             Accept();
         });
 }
@@ -417,12 +420,7 @@ void PushRelay::Close() {
         asio::error_code ignored;
         acceptor_->close(ignored);
     }
-    for (auto& weak : state_->sessions) {
-        if (auto session = weak.lock()) {
-            session->Abort();
-        }
-    }
-    state_->sessions.clear();
+    state_->sessions.AbortAll();
 }
 
 } // namespace corvid::gnutella

@@ -1,5 +1,7 @@
 #include "engine/sharing/upload_server.h"
 
+#include "engine/sharing/session_list.h"
+
 #include <zlib.h>
 
 #include "platform/http_chunked.h"
@@ -29,7 +31,7 @@ struct UploadServer::State {
     AltLocations alternates;
     TokenBucket bucket;
     BrowseSource browse;
-    std::list<std::weak_ptr<Session>> sessions;
+    SessionList<Session> sessions;
     bool closed = false;
 
     State(asio::io_context& context, const library::FileIndex& files, UploadRegistry& uploads,
@@ -359,13 +361,10 @@ void UploadServer::Adopt(asio::ip::tcp::socket socket, std::string alreadyRead) 
     if (state_->closed) {
         return;
     }
-    state_->sessions.remove_if([](const std::weak_ptr<Session>& weak) { return weak.expired(); });
-    if (state_->sessions.size() >= kMaxSessions) {
-        return; // the socket closes as it goes out of scope
-    }
     auto session = std::make_shared<Session>(state_, std::move(socket), std::move(alreadyRead));
-    state_->sessions.push_back(session);
-    session->Start();
+    if (state_->sessions.Add(session, kMaxSessions)) {
+        session->Start();
+    }
 }
 
 void UploadServer::SetSpeedLimit(std::uint64_t bytesPerSecond) {
@@ -380,12 +379,7 @@ void UploadServer::Close() {
         asio::error_code ignored;
         acceptor_->close(ignored);
     }
-    for (auto& weak : state_->sessions) {
-        if (auto session = weak.lock()) {
-            session->Abort();
-        }
-    }
-    state_->sessions.clear();
+    state_->sessions.AbortAll();
 }
 
 } // namespace corvid::gnutella
