@@ -1,6 +1,7 @@
 // Whole corvid-node processes on loopback, as users' nodes meet on the network.
 #include "../library/temp_folder.h"
 #include "library/sha1.h"
+#include "loopback_web_cache.h"
 #include "node_processes.h"
 
 #include <gtest/gtest.h>
@@ -48,53 +49,6 @@ TEST(NodeNetwork, AFirewalledLeafsFileIsFetchedThroughPushAndGiv) {
     EXPECT_FALSE(firewalled.LineStarting("push ", 5s).empty()) << firewalled.log();
     EXPECT_EQ(library::ToBase32(library::Sha1Of(ReadAll(downloads.path() / sha1))), sha1);
 }
-
-// A web cache on loopback that names one host to every asker, on a thread of its own.
-class LoopbackWebCache {
-public:
-    explicit LoopbackWebCache(std::string host) : host_(std::move(host)) {
-        acceptor_.listen();
-        Accept();
-        thread_ = std::thread([this] { io_.run(); });
-    }
-    ~LoopbackWebCache() {
-        asio::post(io_, [this] { acceptor_.close(); });
-        work_.reset();
-        thread_.join();
-    }
-    std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
-
-private:
-    void Accept() {
-        acceptor_.async_accept([this](const asio::error_code& ec, asio::ip::tcp::socket socket) {
-            if (ec)
-                return;
-            auto s = std::make_shared<asio::ip::tcp::socket>(std::move(socket));
-            auto request = std::make_shared<std::string>();
-            asio::async_read_until(
-                *s, asio::dynamic_buffer(*request), "\r\n\r\n",
-                [this, s, request](const asio::error_code& read_ec, std::size_t) {
-                    if (read_ec)
-                        return;
-                    auto answer = std::make_shared<std::string>(
-                        "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\nH|" + host_ +
-                        "|10\r\n");
-                    asio::async_write(*s, asio::buffer(*answer),
-                                      [s, answer](const asio::error_code&, std::size_t) {
-                                          asio::error_code ignored;
-                                          s->close(ignored);
-                                      });
-                });
-            Accept();
-        });
-    }
-
-    std::string host_;
-    asio::io_context io_;
-    asio::executor_work_guard<asio::io_context::executor_type> work_ = asio::make_work_guard(io_);
-    asio::ip::tcp::acceptor acceptor_{io_, {asio::ip::address_v4::loopback(), 0}};
-    std::thread thread_;
-};
 
 TEST(NodeNetwork, ALeafThatKnowsOnlyAWebCacheFindsTheUltrapeersByItself) {
     NodeProcess first({"--listen", "127.0.0.1:0", "--ultrapeer"});
