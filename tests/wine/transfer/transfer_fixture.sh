@@ -9,28 +9,15 @@ set -euo pipefail
 command=$1
 dir=$2
 
-stop() {
-    for pidfile in "$dir"/run/*.pid; do
-        [ -f "$pidfile" ] || continue
-        pid=$(cat "$pidfile")
-        # The peer job's downloads are its children: they go first.
-        pkill -P "$pid" 2>/dev/null || true
-        kill "$pid" 2>/dev/null || true
-        for _ in $(seq 50); do
-            kill -0 "$pid" 2>/dev/null || break
-            sleep 0.1
-        done
-        rm -f "$pidfile"
-    done
-}
+. "$(dirname "$0")/fixture_processes.sh"
 
 if [ "$command" = stop ]; then
-    stop
+    stop_started "$dir"
     exit 0
 fi
 
 source_dir=$3
-stop
+stop_started "$dir"
 rm -rf "$dir"
 mkdir -p "$dir"/files "$dir"/share "$dir"/run "$dir"/logs
 chmod 755 "$dir" "$dir"/files "$dir"/share
