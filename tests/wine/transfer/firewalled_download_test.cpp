@@ -37,24 +37,8 @@ using corvid::win::ComPtr;
 
 constexpr DWORD kWaitMs = 60000;
 
-template <typename Interface> ComPtr<Interface> Create(HMODULE engine, REFCLSID clsid, REFIID iid) {
-    using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
-    const auto get = corvid::win::ProcAddress<GetClassObject>(engine, "DllGetClassObject");
-    ComPtr<IClassFactory> factory;
-    ComPtr<Interface> object;
-    if (get && SUCCEEDED(get(clsid, IID_IClassFactory, factory.put_void())))
-        factory->CreateInstance(nullptr, iid, object.put_void());
-    return object;
-}
-
-// The fixture's folder (CORVID_PUSH_FIXTURE, a Unix path) as this program sees it.
 std::string FixtureFolder() {
-    const char* folder = std::getenv("CORVID_PUSH_FIXTURE");
-    std::string path = folder ? std::string("Z:") + folder : std::string();
-    for (auto& c : path)
-        if (c == '/')
-            c = '\\';
-    return path;
+    return FixtureFolderFrom("CORVID_PUSH_FIXTURE");
 }
 
 std::string FixtureValue(const std::string& key) {
@@ -81,7 +65,7 @@ TEST(FirewalledDownload, TheEnginesRelayBringsAFileOnlyAFirewalledHostHas) {
     ASSERT_TRUE(module);
     {
         auto engine =
-            Create<IGnutellaEngine>(module.get(), CLSID_GnutellaEngine, IID_IGnutellaEngine);
+            CreateFromDll<IGnutellaEngine>(module.get(), CLSID_GnutellaEngine, IID_IGnutellaEngine);
         ASSERT_TRUE(engine);
         ASSERT_EQ(engine->Connect(), S_OK);
         ASSERT_TRUE(PumpUntil(

@@ -11,14 +11,20 @@
 
 namespace corvid::transfer::testing {
 
-Fixture::Fixture() {
-    const char* folder = std::getenv("CORVID_TRANSFER_FIXTURE");
+std::string FixtureFolderFrom(const char* variable) {
+    const char* folder = std::getenv(variable);
     if (!folder || !*folder)
-        return;
-    folder_ = std::string("Z:") + folder;
-    for (auto& c : folder_)
+        return {};
+    std::string path = std::string("Z:") + folder;
+    for (auto& c : path)
         if (c == '/')
             c = '\\';
+    return path;
+}
+
+Fixture::Fixture() : folder_(FixtureFolderFrom("CORVID_TRANSFER_FIXTURE")) {
+    if (folder_.empty())
+        return;
     ini_ = folder_ + "\\fixture.ini";
     if (!FileExists(ini_))
         folder_.clear();

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include "platform/win/handles.h"
 #include "search/result_records.h"
 #include "tests/wine/support/engine_fakes.h"
 #include "transfer/download_ports.h"
@@ -15,6 +16,23 @@
 #include <vector>
 
 namespace corvid::transfer::testing {
+
+// The folder a fixture script named in the environment variable (a Unix path), as this program
+// sees it; empty when the variable is not set.
+std::string FixtureFolderFrom(const char* variable);
+
+// An object of a COM server DLL, made through the DLL's own class factory as COM would make it;
+// empty when the DLL has no such class.
+template <typename Interface>
+corvid::win::ComPtr<Interface> CreateFromDll(HMODULE dll, REFCLSID clsid, REFIID iid) {
+    using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
+    const auto get = corvid::win::ProcAddress<GetClassObject>(dll, "DllGetClassObject");
+    corvid::win::ComPtr<IClassFactory> factory;
+    corvid::win::ComPtr<Interface> object;
+    if (get && SUCCEEDED(get(clsid, IID_IClassFactory, factory.put_void())))
+        factory->CreateInstance(nullptr, iid, object.put_void());
+    return object;
+}
 
 // The fixture's INI file (CORVID_TRANSFER_FIXTURE names its folder, as a Unix path).
 class Fixture {

@@ -44,22 +44,8 @@ int FreeLoopbackPort() {
     return ntohs(address.sin_port);
 }
 
-template <typename Interface> ComPtr<Interface> Create(HMODULE engine, REFCLSID clsid, REFIID iid) {
-    using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
-    const auto get = corvid::win::ProcAddress<GetClassObject>(engine, "DllGetClassObject");
-    ComPtr<IClassFactory> factory;
-    ComPtr<Interface> object;
-    if (get && SUCCEEDED(get(clsid, IID_IClassFactory, factory.put_void())))
-        factory->CreateInstance(nullptr, iid, object.put_void());
-    return object;
-}
-
 std::string FixtureFolder() {
-    std::string folder = std::string("Z:") + std::getenv("CORVID_TRANSFER_FIXTURE");
-    for (auto& c : folder)
-        if (c == '/')
-            c = '\\';
-    return folder;
+    return FixtureFolderFrom("CORVID_TRANSFER_FIXTURE");
 }
 
 TEST(UploadEngineTest, AnUploadToANativePeerIsListedLimitedAndStopped) {
@@ -76,9 +62,9 @@ TEST(UploadEngineTest, AnUploadToANativePeerIsListedLimitedAndStopped) {
     corvid::win::Module module(::LoadLibraryA("CorvidEngine.dll"));
     ASSERT_TRUE(module);
     {
-        auto files = Create<IFileManager>(module.get(), CLSID_FileManager, IID_IFileManager);
+        auto files = CreateFromDll<IFileManager>(module.get(), CLSID_FileManager, IID_IFileManager);
         auto engine =
-            Create<IGnutellaEngine>(module.get(), CLSID_GnutellaEngine, IID_IGnutellaEngine);
+            CreateFromDll<IGnutellaEngine>(module.get(), CLSID_GnutellaEngine, IID_IGnutellaEngine);
         ASSERT_TRUE(files && engine);
         corvid::win::Bstr share(corvid::win::ToWide(FixtureFolder() + "\\share").c_str());
         ASSERT_TRUE(SUCCEEDED(files->AddSharedFolder(share.get())));
