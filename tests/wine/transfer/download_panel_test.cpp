@@ -10,9 +10,7 @@
 #include "transfer/win/download_panel.h"
 
 #include <commctrl.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <io.h>
 
 #include <algorithm>
 #include <memory>
@@ -553,10 +551,3 @@ TEST_F(DownloadPanelTest, AHostKilledMidwayResumesWithoutFetchingARangeTwice) {
 
 } // namespace
 } // namespace corvid::transfer::testing
-
-int main(int argc, char** argv) {
-    _setmode(_fileno(stdout), _O_BINARY);
-    corvid::win::ComApartment apartment;
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

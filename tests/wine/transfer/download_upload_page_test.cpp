@@ -10,9 +10,7 @@
 #include "transfer/win/transfer_settings.h"
 
 #include <commctrl.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <io.h>
 
 namespace corvid::transfer::testing {
 namespace {
@@ -125,10 +123,3 @@ TEST_F(DownloadUploadPageTest, FoldersWithoutTheirRootAreMadeFullOrLeftOut) {
 
 } // namespace
 } // namespace corvid::transfer::testing
-
-int main(int argc, char** argv) {
-    _setmode(_fileno(stdout), _O_BINARY);
-    corvid::win::ComApartment apartment;
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -18,9 +18,7 @@
 
 #include "engine_h.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <io.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -151,10 +149,3 @@ TEST(FirewalledDownload, TheEnginesRelayBringsAFileOnlyAFirewalledHostHas) {
 
 } // namespace
 } // namespace corvid::transfer::testing
-
-int main(int argc, char** argv) {
-    _setmode(_fileno(stdout), _O_BINARY);
-    corvid::win::ComApartment apartment;
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -17,9 +17,7 @@
 #include "engine_h.h"
 
 #include <commctrl.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <io.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -139,10 +137,3 @@ TEST(UploadEngineTest, AnUploadToANativePeerIsListedLimitedAndStopped) {
 
 } // namespace
 } // namespace corvid::transfer::testing
-
-int main(int argc, char** argv) {
-    _setmode(_fileno(stdout), _O_BINARY);
-    corvid::win::ComApartment apartment;
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

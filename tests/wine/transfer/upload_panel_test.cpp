@@ -12,9 +12,7 @@
 #include "engine_h.h"
 
 #include <commctrl.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <io.h>
 
 namespace corvid::transfer::testing {
 namespace {
@@ -177,10 +175,3 @@ TEST_F(UploadPanelTest, LimitSpeedTogglesTheLimitInForce) {
 
 } // namespace
 } // namespace corvid::transfer::testing
-
-int main(int argc, char** argv) {
-    _setmode(_fileno(stdout), _O_BINARY);
-    corvid::win::ComApartment apartment;
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
