@@ -169,39 +169,11 @@ std::string SeenRow::Cell(const std::string& title) const {
     return {};
 }
 
-int ColumnOf(HWND list, const std::string& title) {
-    for (int column = 0; column < 64; ++column) {
-        char text[256] = {};
-        LVCOLUMNA info = {};
-        info.mask = LVCF_TEXT;
-        info.pszText = text;
-        info.cchTextMax = sizeof text;
-        if (!::SendMessageA(list, LVM_GETCOLUMNA, column, reinterpret_cast<LPARAM>(&info))) {
-            return -1;
-        }
-        if (title == text) {
-            return column;
-        }
-    }
-    return -1;
-}
-
-int RowCount(HWND list) {
-    return static_cast<int>(::SendMessageA(list, LVM_GETITEMCOUNT, 0, 0));
-}
-
 SeenRow ReadRow(HWND list, int row) {
     SeenRow seen;
-    for (int column = 0; column < 64; ++column) {
-        char text[256] = {};
-        LVCOLUMNA info = {};
-        info.mask = LVCF_TEXT;
-        info.pszText = text;
-        info.cchTextMax = sizeof text;
-        if (!::SendMessageA(list, LVM_GETCOLUMNA, column, reinterpret_cast<LPARAM>(&info))) {
-            break;
-        }
-        seen.cells.emplace_back(text, testing::ListViewText(list, row, column));
+    std::string title;
+    for (int column = 0; testing::ListViewColumnTitle(list, column, title); ++column) {
+        seen.cells.emplace_back(title, testing::ListViewText(list, row, column));
     }
     return seen;
 }

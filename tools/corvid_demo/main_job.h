@@ -9,6 +9,8 @@
 
 #include <windows.h>
 
+#include "tests/wine/support/wine_test_support.h"
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -110,8 +112,8 @@ private:
 };
 
 // Reads a list view in this process: the column titles, the rows' cells.
-int ColumnOf(HWND list, const std::string& title);
-int RowCount(HWND list);
+using testing::ColumnOf;
+using testing::RowCount;
 SeenRow ReadRow(HWND list, int row);
 // The first row whose cell under columnTitle equals text, or -1.
 int FindRow(HWND list, const std::string& columnTitle, const std::string& text);

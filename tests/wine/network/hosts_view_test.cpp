@@ -69,13 +69,9 @@ TEST_F(HostsViewTest, ShowsTheTenColumnsByTitle) {
     const char* titles[] = {"Host", "Node ID",     "Version", "Type",  "In",
                             "Out",  "Update Time", "Time",    "Agent", "Status"};
     for (int i = 0; i < 10; ++i) {
-        char text[64] = {};
-        LVCOLUMNA column = {};
-        column.mask = LVCF_TEXT;
-        column.pszText = text;
-        column.cchTextMax = sizeof text;
-        ::SendMessageA(list, LVM_GETCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
-        EXPECT_STREQ(text, titles[i]);
+        std::string title;
+        EXPECT_TRUE(corvid::testing::ListViewColumnTitle(list, i, title));
+        EXPECT_EQ(title, titles[i]);
     }
     const DWORD styles = ListView_GetExtendedListViewStyle(list);
     EXPECT_TRUE(styles & LVS_EX_FULLROWSELECT);

@@ -89,6 +89,31 @@ std::string ListViewText(HWND list, int row, int column) {
     return text;
 }
 
+bool ListViewColumnTitle(HWND list, int column, std::string& title) {
+    char text[256] = {};
+    LVCOLUMNA info = {};
+    info.mask = LVCF_TEXT;
+    info.pszText = text;
+    info.cchTextMax = sizeof text;
+    if (!::SendMessageA(list, LVM_GETCOLUMNA, column, reinterpret_cast<LPARAM>(&info)))
+        return false;
+    title = text;
+    return true;
+}
+
+int ColumnOf(HWND list, const std::string& title) {
+    std::string text;
+    for (int column = 0; ListViewColumnTitle(list, column, text); ++column) {
+        if (text == title)
+            return column;
+    }
+    return -1;
+}
+
+int RowCount(HWND list) {
+    return static_cast<int>(::SendMessageA(list, LVM_GETITEMCOUNT, 0, 0));
+}
+
 std::string StatusBarText(HWND bar, int pane) {
     const LRESULT info = ::SendMessageA(bar, SB_GETTEXTLENGTHA, pane, 0);
     std::string text(LOWORD(info) + 1, '\0');

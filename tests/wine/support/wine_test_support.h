@@ -21,6 +21,11 @@ std::string SaveScreenshot(const std::string& name);
 
 // The text of a list-view cell, a status-bar pane, a window.
 std::string ListViewText(HWND list, int row, int column);
+// A report list's column title; false when the list has no column there.
+bool ListViewColumnTitle(HWND list, int column, std::string& title);
+// The first column with that title, or -1; the number of rows.
+int ColumnOf(HWND list, const std::string& title);
+int RowCount(HWND list);
 std::string StatusBarText(HWND bar, int pane);
 std::string WindowText(HWND window);
 

@@ -127,26 +127,6 @@ std::string ResultFrom(int port, const std::string& name, int size, const std::s
            "</sha1></FileInfo></ResultSet></searchresult>";
 }
 
-int ColumnOf(HWND list, const std::string& title) {
-    HWND header = reinterpret_cast<HWND>(::SendMessageA(list, LVM_GETHEADER, 0, 0));
-    const int count = static_cast<int>(::SendMessageA(header, HDM_GETITEMCOUNT, 0, 0));
-    for (int i = 0; i < count; ++i) {
-        char text[256] = {};
-        LVCOLUMNA column = {};
-        column.mask = LVCF_TEXT;
-        column.pszText = text;
-        column.cchTextMax = sizeof text;
-        ::SendMessageA(list, LVM_GETCOLUMNA, i, reinterpret_cast<LPARAM>(&column));
-        if (title == text)
-            return i;
-    }
-    return -1;
-}
-
-int RowCount(HWND list) {
-    return static_cast<int>(::SendMessageA(list, LVM_GETITEMCOUNT, 0, 0));
-}
-
 std::string Cell(HWND list, int row, const std::string& title) {
     const int column = ColumnOf(list, title);
     return column < 0 ? "<no column " + title + ">"

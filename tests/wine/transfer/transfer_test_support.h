@@ -9,6 +9,7 @@
 #include "platform/win/handles.h"
 #include "search/result_records.h"
 #include "tests/wine/support/engine_fakes.h"
+#include "tests/wine/support/wine_test_support.h"
 #include "transfer/download_ports.h"
 
 #include <mutex>
@@ -116,8 +117,8 @@ private:
 std::string ResultFrom(int port, const std::string& name, int size, const std::string& sha1);
 
 // Reading and driving a report list by its column titles.
-int ColumnOf(HWND list, const std::string& title);
-int RowCount(HWND list);
+using corvid::testing::ColumnOf;
+using corvid::testing::RowCount;
 std::string Cell(HWND list, int row, const std::string& title);
 void SelectRow(HWND list, int row, bool alone = true);
 std::vector<std::string> TreeTexts(HWND tree);
