@@ -5,6 +5,7 @@
 #include "shell/win/panel.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/upload_list.h"
+#include "transfer/win/download_panel.h"
 #include "transfer/win/transfer_resources.h"
 #include "transfer/win/transfer_settings.h"
 
@@ -81,6 +82,7 @@ void Save(HWND dialog) {
     WriteText(kP2PViewKey, kTempFolderValue, ItemText(dialog, IDC_TEMP_FOLDER));
     if (const auto speed = ParseUploadSpeed(ItemText(dialog, IDC_UPLOAD_LIMIT)))
         WriteDword(kP2PViewKey, kUploadLimitValue, *speed);
+    ApplyDownloadFolderToOpenPages();
 }
 
 INT_PTR CALLBACK PageProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {

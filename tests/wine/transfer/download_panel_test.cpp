@@ -8,6 +8,9 @@
 #include "tests/wine/transfer/transfer_test_support.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/download_panel.h"
+#include "transfer/win/download_upload_page.h"
+#include "transfer/win/transfer_resources.h"
+#include "transfer/win/transfer_settings.h"
 
 #include <commctrl.h>
 #include <gtest/gtest.h>
@@ -193,6 +196,36 @@ TEST_F(DownloadPanelTest, TheListStaysLiveWhileFastSourcesDownload) {
     EXPECT_EQ(statusMidway.rfind("Downloading(", 0), 0u) << statusMidway;
     EXPECT_EQ(Cell(List(), 0, "Progress"), "100%");
     EXPECT_EQ(ReadWholeFile(Final("large.bin")), ReadWholeFile(fixture.SharedFile("large.bin")));
+}
+
+TEST_F(DownloadPanelTest, AFolderChosenInTheOptionsTakesTheNextDownloadAtOnce) {
+    Open();
+    const auto chosen = FreshFolder("chosen-download");
+    HPROPSHEETPAGE page = win::CreateDownloadUploadPage(site, [](const std::string&) {});
+    ASSERT_TRUE(page);
+    PROPSHEETHEADERA header = {};
+    header.dwSize = sizeof header;
+    header.dwFlags = PSH_MODELESS;
+    header.hwndParent = site.MainWindow();
+    header.pszCaption = "Corvid Options";
+    header.nPages = 1;
+    header.phpage = &page;
+    HWND sheet = reinterpret_cast<HWND>(::PropertySheetA(&header));
+    ASSERT_TRUE(sheet);
+    HWND dialog = reinterpret_cast<HWND>(::SendMessageA(sheet, PSM_GETCURRENTPAGEHWND, 0, 0));
+    ::SetDlgItemTextA(dialog, IDC_DOWNLOAD_FOLDER, chosen.c_str());
+    ::SetDlgItemTextA(dialog, IDC_TEMP_FOLDER, options.tempFolder.c_str());
+    const bool applied = ::SendMessageA(sheet, PSM_APPLY, 0, 0) != 0;
+    ::DestroyWindow(sheet);
+    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, win::kDownloadFolderValue);
+    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, win::kTempFolderValue);
+    ASSERT_TRUE(applied);
+
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "small.bin", {"fast1"}), false));
+    ASSERT_TRUE(WaitForStatus("small.bin", "Completed")) << Status("small.bin");
+    EXPECT_EQ(ReadWholeFile(chosen + "\\small.bin"),
+              ReadWholeFile(fixture.SharedFile("small.bin")));
+    EXPECT_FALSE(FileExists(Final("small.bin")));
 }
 
 TEST_F(DownloadPanelTest, StopKeepsThePartialFileRestartResumesAndDeleteRemovesIt) {
