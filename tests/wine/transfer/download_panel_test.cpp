@@ -8,7 +8,6 @@
 #include "tests/wine/transfer/transfer_test_support.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/download_panel.h"
-#include "transfer/win/download_upload_page.h"
 #include "transfer/win/transfer_resources.h"
 #include "transfer/win/transfer_settings.h"
 
@@ -201,18 +200,10 @@ TEST_F(DownloadPanelTest, TheListStaysLiveWhileFastSourcesDownload) {
 TEST_F(DownloadPanelTest, AFolderChosenInTheOptionsTakesTheNextDownloadAtOnce) {
     Open();
     const auto chosen = FreshFolder("chosen-download");
-    HPROPSHEETPAGE page = win::CreateDownloadUploadPage(site, [](const std::string&) {});
-    ASSERT_TRUE(page);
-    PROPSHEETHEADERA header = {};
-    header.dwSize = sizeof header;
-    header.dwFlags = PSH_MODELESS;
-    header.hwndParent = site.MainWindow();
-    header.pszCaption = "Corvid Options";
-    header.nPages = 1;
-    header.phpage = &page;
-    HWND sheet = reinterpret_cast<HWND>(::PropertySheetA(&header));
-    ASSERT_TRUE(sheet);
-    HWND dialog = reinterpret_cast<HWND>(::SendMessageA(sheet, PSM_GETCURRENTPAGEHWND, 0, 0));
+    const OptionsSheet opened = OpenDownloadUploadPage(site, [](const std::string&) {});
+    ASSERT_TRUE(opened.sheet);
+    HWND sheet = opened.sheet;
+    HWND dialog = opened.page;
     ::SetDlgItemTextA(dialog, IDC_DOWNLOAD_FOLDER, chosen.c_str());
     ::SetDlgItemTextA(dialog, IDC_TEMP_FOLDER, options.tempFolder.c_str());
     const bool applied = ::SendMessageA(sheet, PSM_APPLY, 0, 0) != 0;
