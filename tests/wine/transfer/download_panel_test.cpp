@@ -351,12 +351,14 @@ TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
     Open();
     const auto group = GroupOf(fixture, "small.bin", {"fast2"});
     ASSERT_TRUE(panel->Page()->StartDownload(group, false));
-    // The dialog is modal: another thread reads it and presses OK.
+    // The dialog is modal: another thread reads it and presses OK. It is read once it shows,
+    // which a modal dialog does only after its controls have their texts; the window itself can
+    // be found before that.
     std::string shown;
     std::thread closer([&] {
         for (int tries = 0; tries < 400; ++tries) {
             HWND dialog = ::FindWindowA("#32770", "Tarvo Explorer");
-            if (dialog) {
+            if (dialog && ::IsWindowVisible(dialog)) {
                 char text[512] = {};
                 char name[512] = {};
                 ::GetDlgItemTextA(dialog, IDC_FILE_EXISTS_TEXT, text, sizeof text);
