@@ -3,22 +3,29 @@
 
 #include "markup/host_files.h"
 #include "markup/language_table.h"
+#include "network/win/hosts_panel.h"
 #include "network/win/netviews_ids.h"
 #include "network/win/options_sheet.h"
 #include "search/search_window_model.h"
 #include "search/win/search_dialogs.h"
+#include "search/win/search_panel.h"
 #include "search/win/search_resources.h"
 #include "shell/win/customise_dialog.h"
 #include "shell_resources.h"
 #include "tests/wine/support/fake_panel_site.h"
 #include "tests/wine/support/wine_test_support.h"
+#include "transfer/win/download_panel.h"
 #include "transfer/win/transfer_resources.h"
+#include "transfer/win/upload_panel.h"
 
 #include <commctrl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace corvid::testing {
 namespace {
@@ -81,6 +88,48 @@ std::string TabTitle(HWND sheet, int index) {
 
 std::string Item(HWND dialog, int id) {
     return WindowText(::GetDlgItem(dialog, id));
+}
+
+// The texts of every descendant of `parent` of one window class, in creation order.
+std::vector<std::string> TextsOfClass(HWND parent, const char* className) {
+    struct Search {
+        const char* className;
+        std::vector<std::string> texts;
+    } search{className, {}};
+    ::EnumChildWindows(
+        parent,
+        [](HWND child, LPARAM lParam) -> BOOL {
+            auto& found = *reinterpret_cast<Search*>(lParam);
+            char name[64] = {};
+            ::GetClassNameA(child, name, sizeof name);
+            if (::lstrcmpiA(name, found.className) == 0) {
+                found.texts.push_back(WindowText(child));
+            }
+            return TRUE;
+        },
+        reinterpret_cast<LPARAM>(&search));
+    return search.texts;
+}
+
+HWND FirstList(HWND parent) {
+    HWND found = nullptr;
+    ::EnumChildWindows(
+        parent,
+        [](HWND child, LPARAM lParam) -> BOOL {
+            char name[64] = {};
+            ::GetClassNameA(child, name, sizeof name);
+            if (::lstrcmpiA(name, WC_LISTVIEWA) != 0) {
+                return TRUE;
+            }
+            *reinterpret_cast<HWND*>(lParam) = child;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&found));
+    return found;
+}
+
+bool Contains(const std::vector<std::string>& texts, const std::string& text) {
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
 class TranslatedDialogsTest : public ::testing::Test {
@@ -213,6 +262,41 @@ TEST_F(TranslatedDialogsTest, TheToolbarCustomiseDialogSpeaksGerman) {
     PumpPending();
     SaveScreenshot("german_customise");
     ::SendMessageA(dialog, WM_COMMAND, IDCANCEL, 0);
+}
+
+TEST_F(TranslatedDialogsTest, ThePanelsTitleTheirColumnsAndLabelsInGerman) {
+    std::unique_ptr<shell::Panel> search = search::MakeSearchPanel(site_);
+    ASSERT_TRUE(site_.Adopt(*search));
+    PumpPending();
+    EXPECT_TRUE(Contains(TextsOfClass(search->Window(), "Static"), "Suchbegriff:"));
+    EXPECT_TRUE(Contains(TextsOfClass(search->Window(), "Button"), "&Suchen"));
+    SaveScreenshot("german_search_panel");
+    search.reset();
+
+    std::unique_ptr<shell::Panel> hosts = network::MakeHostsPanel(site_);
+    ASSERT_TRUE(site_.Adopt(*hosts));
+    PumpPending();
+    std::string title;
+    ASSERT_TRUE(ListViewColumnTitle(FirstList(hosts->Window()), 4, title));
+    EXPECT_EQ(title, "Empfangen");
+    SaveScreenshot("german_hosts_panel");
+    hosts.reset();
+
+    std::unique_ptr<shell::Panel> uploads = transfer::win::MakeUploadPanel(site_);
+    ASSERT_TRUE(site_.Adopt(*uploads));
+    PumpPending();
+    ASSERT_TRUE(ListViewColumnTitle(FirstList(uploads->Window()), 2, title));
+    EXPECT_EQ(title, "Fortschritt");
+    SaveScreenshot("german_upload_panel");
+    uploads.reset();
+
+    std::unique_ptr<shell::Panel> downloads = transfer::win::MakeDownloadPanel(site_);
+    ASSERT_TRUE(site_.Adopt(*downloads));
+    PumpPending();
+    EXPECT_GE(ColumnOf(FirstList(downloads->Window()), "Gr\xF6\xDF"
+                                                       "e"),
+              0);
+    SaveScreenshot("german_download_panel");
 }
 
 } // namespace
