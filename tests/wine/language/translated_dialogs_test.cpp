@@ -1,6 +1,7 @@
 // The plug-in's dialogs as a German user sees them: the shipped translation put where the host
 // looks for it, the dialogs opened as the plug-in opens them, and their texts read back.
 
+#include "library/win/library_panel.h"
 #include "markup/host_files.h"
 #include "markup/language_table.h"
 #include "network/win/hosts_panel.h"
@@ -12,6 +13,7 @@
 #include "search/win/search_resources.h"
 #include "shell/win/customise_dialog.h"
 #include "shell_resources.h"
+#include "tests/wine/library/fake_file_manager.h"
 #include "tests/wine/support/fake_panel_site.h"
 #include "tests/wine/support/wine_test_support.h"
 #include "transfer/win/download_panel.h"
@@ -301,6 +303,27 @@ TEST_F(TranslatedDialogsTest, ThePanelsTitleTheirColumnsAndLabelsInGerman) {
     ::SendMessageA(FirstList(downloads->Window()), LVM_SCROLL, 700, 0);
     PumpPending();
     SaveScreenshot("german_download_columns");
+}
+
+TEST_F(TranslatedDialogsTest, TheLibraryLabelsItsFoldersFilesAndOptionsInGerman) {
+    win::ComPtr<FakeFileManager> manager = FakeFileManager::Make();
+    manager->folders = {"C:\\Freigaben\\Musik"};
+    manager->files = {
+        {"Nachtzug.mp3", "C:\\Freigaben\\Musik\\Nachtzug.mp3", 4518273,
+         "QLFYWY2RI5WZCTEP6MJKR5CAFGP7FQ5X", 100, false},
+        {"Album.flac", "C:\\Freigaben\\Musik\\Album.flac", 312000000, "", 42, false},
+        {"Vortrag.ogg", "C:\\Downloads\\Vortrag.ogg", 1200, "", 0, true},
+    };
+    site_.fileManager = manager.get();
+    std::unique_ptr<shell::Panel> library = library::MakeLibraryPanel(site_);
+    ASSERT_TRUE(site_.Adopt(*library));
+    PumpPending();
+    const std::vector<std::string> buttons = TextsOfClass(library->Window(), "Button");
+    EXPECT_TRUE(Contains(buttons, "&Hinzuf\xFCgen..."));
+    EXPECT_TRUE(Contains(buttons, "Fertige Downloads freigeben"));
+    SaveScreenshot("german_library_panel");
+    library.reset();
+    site_.fileManager = nullptr;
 }
 
 } // namespace
