@@ -92,42 +92,39 @@ std::string Item(HWND dialog, int id) {
     return WindowText(::GetDlgItem(dialog, id));
 }
 
-// The texts of every descendant of `parent` of one window class, in creation order.
+struct ClassSearch {
+    const char* className;
+    std::vector<HWND> found;
+};
+
+BOOL CALLBACK CollectOfClass(HWND child, LPARAM lParam) {
+    auto& search = *reinterpret_cast<ClassSearch*>(lParam);
+    char name[64] = {};
+    ::GetClassNameA(child, name, sizeof name);
+    if (::lstrcmpiA(name, search.className) == 0) {
+        search.found.push_back(child);
+    }
+    return TRUE;
+}
+
+// Every descendant of `parent` of one window class, in creation order.
+std::vector<HWND> OfClass(HWND parent, const char* className) {
+    ClassSearch search{className, {}};
+    ::EnumChildWindows(parent, &CollectOfClass, reinterpret_cast<LPARAM>(&search));
+    return search.found;
+}
+
 std::vector<std::string> TextsOfClass(HWND parent, const char* className) {
-    struct Search {
-        const char* className;
-        std::vector<std::string> texts;
-    } search{className, {}};
-    ::EnumChildWindows(
-        parent,
-        [](HWND child, LPARAM lParam) -> BOOL {
-            auto& found = *reinterpret_cast<Search*>(lParam);
-            char name[64] = {};
-            ::GetClassNameA(child, name, sizeof name);
-            if (::lstrcmpiA(name, found.className) == 0) {
-                found.texts.push_back(WindowText(child));
-            }
-            return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&search));
-    return search.texts;
+    std::vector<std::string> texts;
+    for (HWND child : OfClass(parent, className)) {
+        texts.push_back(WindowText(child));
+    }
+    return texts;
 }
 
 HWND FirstList(HWND parent) {
-    HWND found = nullptr;
-    ::EnumChildWindows(
-        parent,
-        [](HWND child, LPARAM lParam) -> BOOL {
-            char name[64] = {};
-            ::GetClassNameA(child, name, sizeof name);
-            if (::lstrcmpiA(name, WC_LISTVIEWA) != 0) {
-                return TRUE;
-            }
-            *reinterpret_cast<HWND*>(lParam) = child;
-            return FALSE;
-        },
-        reinterpret_cast<LPARAM>(&found));
-    return found;
+    const std::vector<HWND> lists = OfClass(parent, WC_LISTVIEWA);
+    return lists.empty() ? nullptr : lists.front();
 }
 
 bool Contains(const std::vector<std::string>& texts, const std::string& text) {
