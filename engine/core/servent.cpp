@@ -68,7 +68,7 @@ struct TokenBucket {
     double tokens = 0;
     Clock::time_point refilled{};
 
-    bool Take(Clock::time_point now, int burst, std::chrono::milliseconds refill) {
+    bool Take(Clock::time_point now, int burst, Clock::duration refill) {
         double earned =
             std::chrono::duration<double>(now - refilled) / std::chrono::duration<double>(refill);
         tokens = std::min<double>(burst, tokens + earned);
@@ -112,6 +112,7 @@ struct Servent::Peer {
     TokenBucket leaf_flood; // queries over the leaf's rate
     TokenBucket ultrapeer_queries;
     TokenBucket ultrapeer_flood; // queries over the neighbour's budget
+    TokenBucket queries_out;     // what we send an ultrapeer, kept under its budget
     TokenBucket pushes;
     TokenBucket broken_ggep;
     TokenBucket oversized;
@@ -173,6 +174,7 @@ Servent::Peer& Servent::NewPeer(PeerId id, const Endpoint& remote, bool outgoing
     peer->leaf_flood = {static_cast<double>(config_.leaf_flood_burst), peer->since};
     peer->ultrapeer_queries = {static_cast<double>(config_.ultrapeer_query_burst), peer->since};
     peer->ultrapeer_flood = {static_cast<double>(config_.ultrapeer_flood_burst), peer->since};
+    peer->queries_out = {static_cast<double>(config_.ultrapeer_query_burst), peer->since};
     peer->pushes = {static_cast<double>(config_.push_burst), peer->since};
     peer->broken_ggep = {static_cast<double>(config_.broken_ggep_burst), peer->since};
     peer->oversized = {static_cast<double>(kOversizedBurst), peer->since};
@@ -734,6 +736,8 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
                 ++stats_.queries_blocked_by_qrp;
                 continue;
             }
+            if (!MaySendQuery(*target))
+                continue;
             out.header.ttl = static_cast<std::uint8_t>(capped);
         } else if (target->kind == PeerKind::Leaf) {
             // A leaf is reached only when its table says it may answer; it never forwards.
@@ -907,6 +911,15 @@ void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
     peer.closing = true;
     transport_.Close(peer.id);
     doomed_.push_back(peer.id);
+}
+
+bool Servent::MaySendQuery(Peer& target) {
+    if (target.kind != PeerKind::Ultrapeer ||
+        target.queries_out.Take(clock_(), config_.ultrapeer_query_burst,
+                                config_.ultrapeer_query_refill))
+        return true;
+    ++stats_.queries_held_back;
+    return false;
 }
 
 void Servent::DropForAbuse(Peer& peer, std::uint16_t code, std::string_view reason) {
@@ -1207,6 +1220,8 @@ void Servent::StartDynamicQuery(const Message& message, const Query& query, Peer
             ++stats_.queries_blocked_by_qrp;
             continue;
         }
+        if (!MaySendQuery(*peer))
+            continue;
         Message out = started.message;
         out.header.ttl = 1;
         out.header.hops = static_cast<std::uint8_t>(message.header.hops + (origin != kLocalPeer));
@@ -1271,6 +1286,9 @@ bool Servent::AdvanceDynamicQuery(DynamicQuery& dq, Clock::time_point now) {
     // that can help at all.
     if (ttl == 1 && !next->LastHopAllows(dq.query))
         ttl = std::min(2, cap);
+    // Its budget spent for now: the step waits for the next tick.
+    if (!MaySendQuery(*next))
+        return true;
     Message out = dq.message;
     out.header.ttl = static_cast<std::uint8_t>(ttl);
     out.header.hops = static_cast<std::uint8_t>(dq.message.header.hops + (leaf != nullptr));

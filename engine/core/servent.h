@@ -47,12 +47,14 @@ struct ServentConfig {
     // open search at start-up overshoots for a moment; a flood keeps overshooting.
     int leaf_flood_burst = 100;
     std::chrono::milliseconds leaf_flood_refill{1000};
-    // Queries an ultrapeer neighbour may relay. A busy ultrapeer passes on its leaves' queries
-    // (each leaf is held to one a second) and those of its thirty-odd neighbours, and dynamic
-    // querying sends each query down one link at a time: tens a second on a link is usual, a few
-    // hundred the most a real one reaches. 500 a second with a burst of 1000 (a neighbour whose
-    // leaves all re-query after it reconnects) leaves it room to spare; over that, queries are
-    // discarded.
+    // Queries an ultrapeer neighbour may relay, and the most we send one ourselves: whatever
+    // our other neighbours and leaves give us to pass on, a neighbour that holds links to the
+    // same budget must never drop us for floods we only relay. A busy ultrapeer passes on its
+    // leaves' queries (each leaf is held to one a second) and those of its thirty-odd neighbours,
+    // and dynamic querying sends each query down one link at a time: tens a second on a link is
+    // usual, a few hundred the most a real one reaches. 500 a second with a burst of 1000 (a
+    // neighbour whose leaves all re-query after it reconnects) leaves it room to spare; over that,
+    // queries are discarded.
     int ultrapeer_query_burst = 1000;
     std::chrono::milliseconds ultrapeer_query_refill{2};
     // Queries over that budget a neighbour may send before it goes: the allowance earns back as
@@ -126,6 +128,8 @@ struct ServentStats {
     std::atomic<std::uint64_t> queries_blocked_by_qrp{0};
     std::atomic<std::uint64_t> duplicates_dropped{0};
     std::atomic<std::uint64_t> queries_dropped_for_rate{0};
+    // Copies not sent to keep a link under the budget its ultrapeer holds us to.
+    std::atomic<std::uint64_t> queries_held_back{0};
     std::atomic<std::uint64_t> hits_routed{0};
     std::atomic<std::uint64_t> hits_dropped_unroutable{0};
     std::atomic<std::uint64_t> peers_dropped_for_abuse{0};
@@ -243,6 +247,8 @@ private:
     // A drop for abuse: counted, and the peer's address rests.
     void DropForAbuse(Peer& peer, std::uint16_t code, std::string_view reason);
     bool Resting(const Endpoint& host);
+    // Whether one more query may go to this peer now; an ultrapeer's budget is kept.
+    bool MaySendQuery(Peer& target);
     // Sends what this event produced and forgets the peers it closed; every public entry ends here.
     void Settle();
     void FlushPeer(Peer& peer);

@@ -1495,6 +1495,31 @@ TEST_F(UltrapeerQueryBudget, ABusyRelayKeepsItsLinkAndEveryQuery) {
     EXPECT_EQ(LastReason(*up, relay), "");
 }
 
+TEST_F(UltrapeerQueryBudget, WhatSeveralBusyRelaysGiveUsToPassOnStaysWithinTheNextOnesBudget) {
+    auto& next = net.AddServent(NodeMode::UltraPeer);
+    net.Link(next, *up);
+    net.Run();
+    ASSERT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
+    std::vector<std::pair<SimNet::Station*, PeerId>> relays;
+    for (int i = 0; i < 3; ++i) {
+        auto& relay = net.AddRaw();
+        relays.push_back({&relay, RawUltrapeer(net, relay, *up)});
+    }
+    // Each within its own budget, together nearly three times one.
+    for (int step = 0; step < 200; ++step) {
+        net.now += std::chrono::milliseconds(100);
+        for (auto& [relay, id] : relays)
+            Send(*relay, id, 45);
+    }
+    for (auto& [relay, id] : relays)
+        EXPECT_FALSE(relay->hung_up);
+    EXPECT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
+    EXPECT_EQ(next.servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_EQ(next.servent->stats().peers_dropped_for_abuse, 0u);
+    EXPECT_GT(up->servent->stats().queries_held_back, 0u);
+    EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 0u);
+}
+
 TEST_F(UltrapeerQueryBudget, AFloodingNeighbourLosesTheExcessThenItsLink) {
     auto& flooder = net.AddHostile();
     PeerId flooder_id = RawUltrapeer(net, flooder, *up);
