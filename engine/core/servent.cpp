@@ -112,7 +112,7 @@ struct Servent::Peer {
     TokenBucket leaf_flood; // queries over the leaf's rate
     TokenBucket ultrapeer_queries;
     TokenBucket ultrapeer_flood; // queries over the neighbour's budget
-    TokenBucket queries_out;     // what we send an ultrapeer, kept under its budget
+    TokenBucket queries_out;     // what we send, kept under the budget we are held to
     TokenBucket pushes;
     TokenBucket broken_ggep;
     TokenBucket oversized;
@@ -746,7 +746,7 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
                 ++stats_.queries_blocked_by_qrp;
                 continue;
             }
-            if (out.header.hops > target->hops_flow)
+            if (out.header.hops > target->hops_flow || !MaySendQuery(*target))
                 continue;
             out.header.ttl = 1;
         } else {
@@ -914,8 +914,7 @@ void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
 }
 
 bool Servent::MaySendQuery(Peer& target) {
-    if (target.kind != PeerKind::Ultrapeer ||
-        target.queries_out.Take(clock_(), config_.ultrapeer_query_burst,
+    if (target.queries_out.Take(clock_(), config_.ultrapeer_query_burst,
                                 config_.ultrapeer_query_refill))
         return true;
     ++stats_.queries_held_back;

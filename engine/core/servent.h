@@ -128,7 +128,7 @@ struct ServentStats {
     std::atomic<std::uint64_t> queries_blocked_by_qrp{0};
     std::atomic<std::uint64_t> duplicates_dropped{0};
     std::atomic<std::uint64_t> queries_dropped_for_rate{0};
-    // Copies not sent to keep a link under the budget its ultrapeer holds us to.
+    // Copies not sent to keep a link under the query budget the peer holds us to.
     std::atomic<std::uint64_t> queries_held_back{0};
     std::atomic<std::uint64_t> hits_routed{0};
     std::atomic<std::uint64_t> hits_dropped_unroutable{0};
@@ -247,7 +247,8 @@ private:
     // A drop for abuse: counted, and the peer's address rests.
     void DropForAbuse(Peer& peer, std::uint16_t code, std::string_view reason);
     bool Resting(const Endpoint& host);
-    // Whether one more query may go to this peer now; an ultrapeer's budget is kept.
+    // Whether one more query may go to this peer now: a leaf holds its ultrapeer to the same
+    // budget as ultrapeers hold each other, so no link gets more than that from us.
     bool MaySendQuery(Peer& target);
     // Sends what this event produced and forgets the peers it closed; every public entry ends here.
     void Settle();

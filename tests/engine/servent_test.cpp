@@ -1456,10 +1456,11 @@ protected:
     // `count` new queries from the raw end, delivered; returns how many the listener got.
     std::size_t Send(SimNet::Station& raw, PeerId id, int count) {
         listener->inbox.clear();
+        sent += static_cast<std::uint64_t>(count);
         for (int i = 0; i < count; ++i)
-            net.RawSend(raw, id,
-                        Frame(Guid::Random(rng), PayloadType::Query, 3, 0,
-                              QueryPayload("relayed " + std::to_string(sent++))));
+            net.RawSend(
+                raw, id,
+                Frame(Guid::Random(rng), PayloadType::Query, 3, 0, QueryPayload("relayed tune")));
         net.Run();
         return OfType(Read(*listener, 0), PayloadType::Query).size();
     }
@@ -1498,8 +1499,12 @@ TEST_F(UltrapeerQueryBudget, ABusyRelayKeepsItsLinkAndEveryQuery) {
 TEST_F(UltrapeerQueryBudget, WhatSeveralBusyRelaysGiveUsToPassOnStaysWithinTheNextOnesBudget) {
     auto& next = net.AddServent(NodeMode::UltraPeer);
     net.Link(next, *up);
+    // A leaf whose table matches every one of them.
+    auto& leaf = net.AddServent(NodeMode::LeafPeer, {"relayed tune.mp3"});
+    net.Link(leaf, *up);
     net.Run();
     ASSERT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
+    ASSERT_EQ(OpenPeers(*leaf.servent, PeerKind::Ultrapeer).size(), 1u);
     std::vector<std::pair<SimNet::Station*, PeerId>> relays;
     for (int i = 0; i < 3; ++i) {
         auto& relay = net.AddRaw();
@@ -1516,6 +1521,9 @@ TEST_F(UltrapeerQueryBudget, WhatSeveralBusyRelaysGiveUsToPassOnStaysWithinTheNe
     EXPECT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
     EXPECT_EQ(next.servent->stats().queries_dropped_for_rate, 0u);
     EXPECT_EQ(next.servent->stats().peers_dropped_for_abuse, 0u);
+    EXPECT_EQ(OpenPeers(*leaf.servent, PeerKind::Ultrapeer).size(), 1u);
+    EXPECT_EQ(leaf.servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_GT(leaf.servent->Peers().front().queries_received, 10000u);
     EXPECT_GT(up->servent->stats().queries_held_back, 0u);
     EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 0u);
 }
