@@ -1,7 +1,8 @@
 // Our ultrapeer (a corvid-node process, so its resident memory is its own) in a neighbourhood of
 // 200 loopback connections for a minute, twice: with only the well-behaved half, then with the
-// hostile half too. Prints what the good servents got in each run, the node's peak memory, and how
-// fast each kind of abuser was dropped and why. Any abuser left connected is a failure line.
+// hostile half too. Prints what the good servents got in each run, the node's peak memory, how
+// fast each kind of abuser was dropped and why, and how often it came back to find its address
+// resting. Any abuser left connected is a failure line.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -49,6 +50,7 @@ struct Run {
     bool crashed = false;
     std::string exit_note;
     std::map<std::string, std::string> reasons; // by the client's address as the node saw it
+    int refused_unfinished = 0;                 // connections closed before their handshake began
 };
 
 std::optional<std::string> ReadText(const std::string& path) {
@@ -83,6 +85,14 @@ double PeakResidentMiB(pid_t pid) {
     if (at == std::string::npos)
         return 0;
     return std::strtod(status->c_str() + at + 6, nullptr) / 1024.0;
+}
+
+int CountRefusals(const std::string& log) {
+    int n = 0;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);)
+        n += line.starts_with("refused ");
+    return n;
 }
 
 // "dropped 12 127.0.0.1:40312 leaf Push flood"
@@ -173,7 +183,9 @@ std::optional<Run> RunOnce(const std::string& node_path, const std::string& dir,
         std::fprintf(stderr, "bench_soak: the node never said its port\n");
         return std::nullopt;
     }
-    run.reasons = DropReasons(ReadText(log_file).value_or(""));
+    const std::string log = ReadText(log_file).value_or("");
+    run.reasons = DropReasons(log);
+    run.refused_unfinished = CountRefusals(log);
     return run;
 }
 
@@ -210,8 +222,9 @@ int main(int argc, char** argv) {
                 good + options.hostile, static_cast<long long>(options.duration.count()));
     std::printf("  good: %d sharing leaves, %d searching leaves, %d searching ultrapeers\n",
                 options.sharing_leaves, options.searching_leaves, options.searching_ultrapeers);
-    std::printf("  hostile: %d, %d of each of %d kinds, back 1 s after each drop\n",
-                options.hostile, options.hostile / kHostileKinds, kHostileKinds);
+    std::printf("  hostile: %d clients of %d kinds, each from its own address, back 1 s after each "
+                "drop or refusal\n",
+                options.hostile, kHostileKinds);
     std::fflush(stdout);
 
     auto clean = RunOnce(node_path, dir, options, false);
@@ -240,6 +253,7 @@ int main(int argc, char** argv) {
                 clean->peak_mib, hostile->peak_mib, kMemoryBoundMiB);
     std::printf("  %-28s %12.2f %12.2f\n", "node CPU seconds", clean->cpu_seconds,
                 hostile->cpu_seconds);
+    row("refused unfinished", clean->refused_unfinished, hostile->refused_unfinished);
 
     const double ratio = clean->soak.results ? static_cast<double>(hostile->soak.results) /
                                                    static_cast<double>(clean->soak.results)
@@ -265,13 +279,15 @@ int main(int argc, char** argv) {
                 failures.push_back("a good servent lost its link: " + why);
     }
 
-    std::printf("\n  %-18s %8s %8s %9s %7s  %s\n", "hostile kind", "sessions", "dropped",
-                "median s", "max s", "reason logged");
+    std::printf("\n  %-18s %8s %8s %8s %9s %7s  %s\n", "hostile kind", "sessions", "dropped",
+                "resting", "median s", "max s", "reason logged");
+    int all_resting = 0;
     for (int k = 0; k < kHostileKinds; ++k) {
         const auto kind = static_cast<Hostile>(k);
-        int sessions = 0, dropped = 0;
+        int sessions = 0, dropped = 0, resting = 0;
         std::vector<double> delays;
         std::map<std::string, int> reasons;
+        std::map<int, bool> client_dropped;
         for (const auto& s : hostile->soak.hostile) {
             if (s.kind != kind)
                 continue;
@@ -281,7 +297,12 @@ int main(int argc, char** argv) {
             ++reasons[reason.empty() ? "(none)" : reason];
             if (s.closed && s.misbehaving && reason == ExpectedReason(kind)) {
                 ++dropped;
+                client_dropped[s.client] = true;
                 delays.push_back(*s.closed - *s.misbehaving);
+            } else if (s.closed && reason == kRestingReason && s.answer == kRestingAnswer &&
+                       client_dropped[s.client]) {
+                // Refused while its address rests: not another drop.
+                ++resting;
             } else {
                 failures.push_back(
                     std::string(HostileName(kind)) + " from " + address +
@@ -291,14 +312,17 @@ int main(int argc, char** argv) {
         std::string logged;
         for (const auto& [why, n] : reasons)
             logged += (logged.empty() ? "" : ", ") + why + " x" + std::to_string(n);
-        std::printf("  %-18s %8d %8d %9.3f %7.3f  %s\n", HostileName(kind), sessions, dropped,
-                    Median(delays),
+        all_resting += resting;
+        std::printf("  %-18s %8d %8d %8d %9.3f %7.3f  %s\n", HostileName(kind), sessions, dropped,
+                    resting, Median(delays),
                     delays.empty() ? 0.0 : *std::max_element(delays.begin(), delays.end()),
                     logged.c_str());
         if (sessions == 0)
             failures.push_back(std::string(HostileName(kind)) + ": no session ran");
     }
-    std::printf("\n");
+    std::printf("\n  reconnects refused while resting: %d\n\n", all_resting);
+    if (clean->refused_unfinished > 0)
+        failures.push_back("good servents were refused for unfinished connections");
     for (const auto& f : failures)
         std::printf("FAIL: %s\n", f.c_str());
     std::printf("%s\n", failures.empty() ? "soak: all targets met" : "soak: FAILED");

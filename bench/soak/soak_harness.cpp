@@ -29,6 +29,8 @@ const char* HostileName(Hostile kind) {
         return "max-size messages";
     case Hostile::Slowloris:
         return "slowloris";
+    case Hostile::UltrapeerQueryFlood:
+        return "UP query flood";
     }
     return "?";
 }
@@ -49,6 +51,8 @@ const char* ExpectedReason(Hostile kind) {
         return "Oversized messages";
     case Hostile::Slowloris:
         return "Handshake timeout";
+    case Hostile::UltrapeerQueryFlood:
+        return "Query flood";
     }
     return "?";
 }
@@ -96,7 +100,7 @@ public:
     SoakResult Run() {
         StartGoodPeers();
         for (int i = 0; i < options_.hostile; ++i)
-            StartHostile(static_cast<Hostile>(i % kHostileKinds));
+            StartHostile(static_cast<Hostile>(i % kHostileKinds), i);
         end_timer_.expires_at(deadline_);
         end_timer_.async_wait([this](const asio::error_code&) { Finish(); });
         io_.run();
@@ -116,13 +120,17 @@ public:
     std::mt19937_64& rng() { return rng_; }
     SoakResult& result() { return result_; }
 
-    void StartHostile(Hostile kind);
+    void StartHostile(Hostile kind, int client);
     // A hostile session ended: come back after a pause while there is time to be dropped again.
-    void HostileEnded(Hostile kind);
+    void HostileEnded(Hostile kind, int client);
 
 private:
-    NodeOptions GoodOptions(NodeMode mode) const {
+    // Each good servent listens and calls from an address of its own in 127/8, as servents on
+    // the real network do: the ultrapeer counts unfinished handshakes per address.
+    NodeOptions GoodOptions(NodeMode mode, int index) const {
         NodeOptions o;
+        o.bind_address = asio::ip::address_v4(0x7F020000u + static_cast<std::uint32_t>(index) + 1u);
+        o.source_address = o.bind_address;
         o.servent.network.node_mode = mode;
         o.servent.network.peer_max_count = 1;
         o.servent.network.ultrapeer_max_count = 1;
@@ -147,8 +155,8 @@ private:
                                         std::to_string(i) + "-" + std::to_string(f) + ".mp3",
                                     1000000 + static_cast<std::uint64_t>(f), "");
             peer->node = std::make_unique<Node>(
-                io_, GoodOptions(ultrapeer ? NodeMode::UltraPeer : NodeMode::LeafPeer), peer->files,
-                500 + static_cast<std::uint64_t>(i));
+                io_, GoodOptions(ultrapeer ? NodeMode::UltraPeer : NodeMode::LeafPeer, i),
+                peer->files, 500 + static_cast<std::uint64_t>(i));
             peer->node->servent().SetObserver(peer.get());
             if (peer->node->Start())
                 continue;
@@ -190,6 +198,7 @@ private:
     std::vector<std::unique_ptr<GoodPeer>> good_;
     std::vector<std::weak_ptr<HostileClient>> hostile_;
     std::vector<std::unique_ptr<asio::steady_timer>> comebacks_;
+    std::map<int, std::uint16_t> client_sessions_;
     bool stopping_ = false;
 
     friend class HostileClient;
@@ -227,15 +236,20 @@ public:
         : harness_(harness), kind_(kind), session_(session), socket_(harness.io()),
           timer_(harness.io()) {}
 
-    // Each session calls from an address of its own in 127/8, so the ultrapeer's log names it
-    // unmistakably even when ports come round again.
-    void Start() {
+    // Each client calls from an address of its own in 127/8, so the rest its address earns falls
+    // on it alone, and each of its sessions from a port of its own, so the ultrapeer's log names
+    // every session unmistakably.
+    void Start(std::uint16_t port) {
         asio::error_code ec;
         socket_.open(asio::ip::tcp::v4(), ec);
+        // A port of an earlier run may still be waiting out its close.
         if (!ec)
-            socket_.bind(
-                {asio::ip::address_v4(0x7F010000u + static_cast<std::uint32_t>(session_) + 1u), 0},
-                ec);
+            socket_.set_option(asio::socket_base::reuse_address(true), ec);
+        if (!ec)
+            socket_.bind({asio::ip::address_v4(0x7F010000u +
+                                               static_cast<std::uint32_t>(session().client) + 1u),
+                          port},
+                         ec);
         if (ec) {
             End();
             return;
@@ -269,7 +283,7 @@ private:
             Dribble();
             return;
         }
-        bool ultrapeer = kind_ == Hostile::BrokenGgep;
+        bool ultrapeer = kind_ == Hostile::BrokenGgep || kind_ == Hostile::UltrapeerQueryFlood;
         Write(std::string("GNUTELLA CONNECT/0.6\r\nUser-Agent: Hostile/1.0\r\nX-Ultrapeer: ") +
               (ultrapeer ? "True" : "False") + "\r\nX-Query-Routing: 0.1\r\n\r\n");
     }
@@ -295,6 +309,7 @@ private:
                 return;
             }
             if (answer_.find("\r\n\r\n") != std::string::npos) {
+                session().answer = answer_.substr(0, answer_.find("\r\n"));
                 if (!answer_.starts_with("GNUTELLA/0.6 200")) {
                     session().closed = harness_.Seconds();
                     End();
@@ -373,6 +388,14 @@ private:
         }
         case Hostile::Slowloris:
             return;
+        case Hostile::UltrapeerQueryFlood:
+            for (int i = 0; i < 100; ++i) {
+                Query q;
+                q.text = "relay " + std::to_string(sent_++);
+                add(Frame(PayloadType::Query, 3, SerializeQuery(q)));
+            }
+            pause = std::chrono::milliseconds(10);
+            break;
         }
         Write(std::move(batch));
         timer_.expires_after(pause);
@@ -397,7 +420,7 @@ private:
         if (done_)
             return;
         Stop();
-        harness_.HostileEnded(kind_);
+        harness_.HostileEnded(kind_, session().client);
     }
 
     Harness& harness_;
@@ -411,22 +434,25 @@ private:
     bool done_ = false;
 };
 
-void Harness::StartHostile(Hostile kind) {
+void Harness::StartHostile(Hostile kind, int client) {
     if (stopping_)
         return;
-    result_.hostile.push_back({kind, {}, false, std::nullopt, std::nullopt, {}});
-    auto client = std::make_shared<HostileClient>(*this, kind, result_.hostile.size() - 1);
-    hostile_.push_back(client);
-    client->Start();
+    HostileSession session;
+    session.kind = kind;
+    session.client = client;
+    result_.hostile.push_back(session);
+    auto hostile = std::make_shared<HostileClient>(*this, kind, result_.hostile.size() - 1);
+    hostile_.push_back(hostile);
+    hostile->Start(static_cast<std::uint16_t>(20000 + client_sessions_[client]++));
 }
 
-void Harness::HostileEnded(Hostile kind) {
+void Harness::HostileEnded(Hostile kind, int client) {
     if (stopping_ || Steady::now() + options_.hostile_pause + options_.hostile_margin >= deadline_)
         return;
     auto timer = std::make_unique<asio::steady_timer>(io_, options_.hostile_pause);
-    timer->async_wait([this, kind](const asio::error_code& ec) {
+    timer->async_wait([this, kind, client](const asio::error_code& ec) {
         if (!ec)
-            StartHostile(kind);
+            StartHostile(kind, client);
     });
     comebacks_.push_back(std::move(timer));
 }

@@ -15,18 +15,22 @@
 namespace corvid::soak {
 
 enum class Hostile {
-    PushStorm,       // a leaf sending thousands of pushes a second
-    BrokenGgep,      // an ultrapeer whose queries all carry a broken GGEP block
-    LeafQueryFlood,  // a leaf sending a thousand queries a second
-    PingFlood,       // a ping every millisecond
-    HugeQrpTable,    // a leaf whose routing table claims 2^31 slots
-    MaxSizeMessages, // 64 KiB queries and pings
-    Slowloris,       // a handshake dribbled a byte a second, never finished
+    PushStorm,           // a leaf sending thousands of pushes a second
+    BrokenGgep,          // an ultrapeer whose queries all carry a broken GGEP block
+    LeafQueryFlood,      // a leaf sending a thousand queries a second
+    PingFlood,           // a ping every millisecond
+    HugeQrpTable,        // a leaf whose routing table claims 2^31 slots
+    MaxSizeMessages,     // 64 KiB queries and pings
+    Slowloris,           // a handshake dribbled a byte a second, never finished
+    UltrapeerQueryFlood, // an ultrapeer neighbour relaying ten thousand queries a second
 };
-inline constexpr int kHostileKinds = 7;
+inline constexpr int kHostileKinds = 8;
 const char* HostileName(Hostile kind);
 // The reason the ultrapeer is expected to give when it drops this kind.
 const char* ExpectedReason(Hostile kind);
+// What a session is told when it comes back while its address rests after a drop for abuse.
+inline constexpr char kRestingReason[] = "Resting after abuse";
+inline constexpr char kRestingAnswer[] = "GNUTELLA/0.6 503 Resting after abuse";
 
 struct SoakOptions {
     gnutella::Endpoint target;
@@ -46,8 +50,10 @@ struct SoakOptions {
 
 struct HostileSession {
     Hostile kind = Hostile::PushStorm;
+    int client = 0;                    // sessions of one client come from one address
     gnutella::Endpoint local;          // the ultrapeer's view of the client's address
     bool accepted = false;             // the handshake went through (slowloris never asks)
+    std::string answer;                // the first line of the ultrapeer's handshake answer
     std::optional<double> misbehaving; // seconds into the run when the abuse began
     std::optional<double> closed;      // seconds into the run when the ultrapeer hung up
     std::string reason;                // filled in by the caller from the ultrapeer's log

@@ -17,6 +17,36 @@ constexpr std::size_t kMaxKnownCaches = 40;
 constexpr std::size_t kMaxPendingUdpPings = 64;
 } // namespace
 
+// An incoming connection's place in the counts of unfinished ones, given back once: when it is
+// handed on, when its handshake is through, or when the last handler holding it goes.
+class Node::UnfinishedPlace {
+public:
+    UnfinishedPlace(std::weak_ptr<UnfinishedCounts> counts, std::uint32_t ip)
+        : counts_(std::move(counts)), ip_(ip) {
+        if (auto c = counts_.lock()) {
+            ++c->by_address[ip_];
+            ++c->total;
+        }
+    }
+    ~UnfinishedPlace() { Release(); }
+    UnfinishedPlace(const UnfinishedPlace&) = delete;
+    UnfinishedPlace& operator=(const UnfinishedPlace&) = delete;
+
+    void Release() {
+        auto c = counts_.lock();
+        counts_.reset();
+        if (!c)
+            return;
+        --c->total;
+        if (auto it = c->by_address.find(ip_); it != c->by_address.end() && --it->second <= 0)
+            c->by_address.erase(it);
+    }
+
+private:
+    std::weak_ptr<UnfinishedCounts> counts_;
+    std::uint32_t ip_;
+};
+
 struct Node::Link {
     explicit Link(asio::ip::tcp::socket s) : socket(std::move(s)) {}
 
@@ -29,6 +59,7 @@ struct Node::Link {
     bool closing = false; // no more reads are delivered; close once the queue is written
     bool shut = false;
     LinkTraffic traffic;
+    std::shared_ptr<UnfinishedPlace> unfinished; // an incoming link until its handshake is through
 };
 
 Node::Node(asio::io_context& io, NodeOptions options, const SharedFileIndex& index,
@@ -137,21 +168,43 @@ void Node::ScheduleTick() {
     });
 }
 
+std::optional<std::string_view> Node::Refusal(std::uint32_t ip) const {
+    if (unfinished_->total >= options_.max_unfinished)
+        return "Too many unfinished connections";
+    auto it = unfinished_->by_address.find(ip);
+    if (it != unfinished_->by_address.end() && it->second >= options_.max_unfinished_per_address)
+        return "Too many unfinished connections from this address";
+    return std::nullopt;
+}
+
 void Node::Accept() {
     acceptor_.async_accept(
         [this, alive = alive_](const asio::error_code& ec, asio::ip::tcp::socket socket) {
             if (!*alive || stopped_)
                 return;
-            if (!ec) {
-                auto timer = std::make_shared<asio::steady_timer>(io_, options_.sniff_timeout);
-                auto sock = std::make_shared<asio::ip::tcp::socket>(std::move(socket));
-                timer->async_wait([sock](const asio::error_code& wait_ec) {
-                    if (!wait_ec) {
-                        asio::error_code ignored;
-                        sock->close(ignored);
-                    }
-                });
-                Sniff(sock, std::make_shared<Bytes>(), timer);
+            asio::error_code remote_ec;
+            auto remote = socket.remote_endpoint(remote_ec);
+            if (!ec && !remote_ec) {
+                std::uint32_t ip = remote.address().to_v4().to_uint();
+                if (auto why = Refusal(ip)) {
+                    // Closed before a byte is read: the excess costs us nothing but the accept.
+                    ++refused_unfinished_;
+                    asio::error_code ignored;
+                    socket.close(ignored);
+                    if (refusal_handler_)
+                        refusal_handler_(Endpoint{ip, remote.port()}, *why);
+                } else {
+                    auto place = std::make_shared<UnfinishedPlace>(unfinished_, ip);
+                    auto timer = std::make_shared<asio::steady_timer>(io_, options_.sniff_timeout);
+                    auto sock = std::make_shared<asio::ip::tcp::socket>(std::move(socket));
+                    timer->async_wait([sock](const asio::error_code& wait_ec) {
+                        if (!wait_ec) {
+                            asio::error_code ignored;
+                            sock->close(ignored);
+                        }
+                    });
+                    Sniff(sock, std::make_shared<Bytes>(), timer, std::move(place));
+                }
             }
             Accept();
         });
@@ -159,11 +212,12 @@ void Node::Accept() {
 
 // Reads until the first bytes tell a Gnutella handshake from anything else.
 void Node::Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<Bytes> seen,
-                 std::shared_ptr<asio::steady_timer> timer) {
+                 std::shared_ptr<asio::steady_timer> timer,
+                 std::shared_ptr<UnfinishedPlace> place) {
     auto buffer = std::make_shared<std::array<std::uint8_t, 512>>();
     socket->async_read_some(
-        asio::buffer(*buffer), [this, alive = alive_, socket, seen, timer,
-                                buffer](const asio::error_code& ec, std::size_t n) {
+        asio::buffer(*buffer), [this, alive = alive_, socket, seen, timer, buffer,
+                                place](const asio::error_code& ec, std::size_t n) {
             if (!*alive || stopped_ || ec)
                 return;
             seen->insert(seen->end(), buffer->begin(),
@@ -172,7 +226,7 @@ void Node::Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<
             std::size_t compare = std::min(text.size(), kGnutellaGreeting.size());
             bool gnutella_so_far = text.substr(0, compare) == kGnutellaGreeting.substr(0, compare);
             if (gnutella_so_far && text.size() < kGnutellaGreeting.size()) {
-                Sniff(socket, seen, timer);
+                Sniff(socket, seen, timer, place);
                 return;
             }
             timer->cancel();
@@ -182,17 +236,21 @@ void Node::Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<
                 return;
             if (gnutella_so_far) {
                 Adopt(std::move(*socket),
-                      Endpoint{remote.address().to_v4().to_uint(), remote.port()}, *seen);
+                      Endpoint{remote.address().to_v4().to_uint(), remote.port()}, *seen, place);
             } else if (foreign_handler_ && seen->size() <= kSniffLimit) {
+                // Uploads and GIVs have their own limits where they are served.
+                place->Release();
                 foreign_handler_(std::move(*socket), std::move(*seen));
             }
         });
 }
 
-void Node::Adopt(asio::ip::tcp::socket socket, const Endpoint& remote, ByteView first_bytes) {
+void Node::Adopt(asio::ip::tcp::socket socket, const Endpoint& remote, ByteView first_bytes,
+                 std::shared_ptr<UnfinishedPlace> place) {
     asio::error_code ignored;
     socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     auto link = std::make_shared<Link>(std::move(socket));
+    link->unfinished = std::move(place);
     link->id = next_peer_++;
     links_[link->id] = link;
     servent_->Accepted(link->id, remote);
@@ -296,18 +354,40 @@ void Node::Close(PeerId peer) {
         Write(link);
 }
 
+void Node::HandshakeDone(PeerId peer) {
+    if (auto it = links_.find(peer); it != links_.end())
+        it->second->unfinished.reset();
+}
+
 void Node::Shut(const std::shared_ptr<Link>& link) {
     if (link->shut)
         return;
     link->shut = true;
+    link->unfinished.reset();
     asio::error_code ignored;
     link->socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     link->socket.close(ignored);
     links_.erase(link->id);
 }
 
-void Node::Dial(const Endpoint& host) {
+std::shared_ptr<asio::ip::tcp::socket> Node::OutgoingSocket() {
     auto socket = std::make_shared<asio::ip::tcp::socket>(io_);
+    if (options_.source_address) {
+        // Failing that, the connection leaves from wherever the system chooses.
+        asio::error_code ec;
+        socket->open(asio::ip::tcp::v4(), ec);
+        if (!ec)
+            socket->bind({*options_.source_address, 0}, ec);
+        if (ec) {
+            asio::error_code ignored;
+            socket->close(ignored);
+        }
+    }
+    return socket;
+}
+
+void Node::Dial(const Endpoint& host) {
+    auto socket = OutgoingSocket();
     auto timer = std::make_shared<asio::steady_timer>(io_, options_.dial_timeout);
     timer->async_wait([socket](const asio::error_code& ec) {
         if (!ec) {
@@ -550,7 +630,7 @@ void Node::OnDatagram(ByteView bytes, const asio::ip::udp::endpoint& from) {
 }
 
 void Node::ConnectBack(const Endpoint& host) {
-    auto socket = std::make_shared<asio::ip::tcp::socket>(io_);
+    auto socket = OutgoingSocket();
     auto timer = std::make_shared<asio::steady_timer>(io_, options_.dial_timeout);
     timer->async_wait([socket](const asio::error_code& ec) {
         if (!ec) {

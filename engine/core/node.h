@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -24,6 +25,15 @@ struct NodeOptions {
     std::size_t max_queued_bytes = 4 * 1024 * 1024;
     std::chrono::milliseconds tick_interval{1000};
     std::chrono::seconds sniff_timeout{15};
+    // Incoming connections that have not finished their handshake, or not yet said what they
+    // speak. A servent calls a host once and a downloader opens a few connections to one source,
+    // each finished within a round trip or two, so eight at once from one address is plenty. In
+    // all, an ultrapeer whose leaves come back together after a restart has a couple of hundred
+    // in flight; more than 256 is a crowd holding sockets open. The excess is closed at once.
+    int max_unfinished_per_address = 8;
+    int max_unfinished = 256;
+    // Where outgoing connections leave from; unset, the system chooses.
+    std::optional<asio::ip::address_v4> source_address;
     std::chrono::seconds dial_timeout{10};
     std::string host_cache_file; // empty: nothing kept across runs
     std::chrono::seconds host_cache_save_interval{300};
@@ -50,6 +60,8 @@ public:
     // Receives the connections whose first bytes were not "GNUTELLA" ("GET ", "HEAD ", "GIV "):
     // the socket and the bytes already read from it.
     using ForeignConnectionHandler = std::function<void(asio::ip::tcp::socket, Bytes first_bytes)>;
+    // Hears of each incoming connection closed at once, and why.
+    using RefusalHandler = std::function<void(const Endpoint& remote, std::string_view reason)>;
 
     Node(asio::io_context& io, NodeOptions options, const SharedFileIndex& index,
          std::uint64_t seed);
@@ -70,6 +82,11 @@ public:
     void SetForeignConnectionHandler(ForeignConnectionHandler handler) {
         foreign_handler_ = std::move(handler);
     }
+    void SetRefusalHandler(RefusalHandler handler) { refusal_handler_ = std::move(handler); }
+    // Incoming connections that have not finished their handshake right now.
+    int unfinished_connections() const { return unfinished_->total; }
+    // Incoming connections closed at once for too many unfinished ones, so far.
+    std::uint64_t refused_unfinished() const { return refused_unfinished_; }
     // Total bytes waiting in write queues: what slow readers cost us right now.
     std::size_t queued_bytes() const;
     // Nothing once the link is gone.
@@ -77,16 +94,27 @@ public:
 
 private:
     struct Link;
+    struct UnfinishedCounts {
+        std::map<std::uint32_t, int> by_address;
+        int total = 0;
+    };
+    class UnfinishedPlace;
 
     void Send(PeerId peer, Bytes bytes) override;
     void Close(PeerId peer) override;
     void Dial(const Endpoint& host) override;
     void ConnectBack(const Endpoint& host) override;
+    void HandshakeDone(PeerId peer) override;
 
     void Accept();
+    // Why an incoming connection from this address must be closed at once, if it must.
+    std::optional<std::string_view> Refusal(std::uint32_t ip) const;
     void Sniff(std::shared_ptr<asio::ip::tcp::socket> socket, std::shared_ptr<Bytes> seen,
-               std::shared_ptr<asio::steady_timer> timer);
-    void Adopt(asio::ip::tcp::socket socket, const Endpoint& remote, ByteView first_bytes);
+               std::shared_ptr<asio::steady_timer> timer, std::shared_ptr<UnfinishedPlace> place);
+    void Adopt(asio::ip::tcp::socket socket, const Endpoint& remote, ByteView first_bytes,
+               std::shared_ptr<UnfinishedPlace> place);
+    // A socket for an outgoing connection, leaving from the source address when one is set.
+    std::shared_ptr<asio::ip::tcp::socket> OutgoingSocket();
     void Read(std::shared_ptr<Link> link);
     void Write(std::shared_ptr<Link> link);
     void Shut(const std::shared_ptr<Link>& link);
@@ -116,6 +144,10 @@ private:
     std::unique_ptr<Servent> servent_;
     std::unordered_map<PeerId, std::shared_ptr<Link>> links_;
     ForeignConnectionHandler foreign_handler_;
+    RefusalHandler refusal_handler_;
+    // Shared with the places that count in it, which may outlive the node in queued handlers.
+    std::shared_ptr<UnfinishedCounts> unfinished_ = std::make_shared<UnfinishedCounts>();
+    std::uint64_t refused_unfinished_ = 0;
     std::uint16_t port_ = 0;
     PeerId next_peer_ = 1;
     bool stopped_ = false;

@@ -68,7 +68,7 @@ struct TokenBucket {
     double tokens = 0;
     Clock::time_point refilled{};
 
-    bool Take(Clock::time_point now, int burst, std::chrono::milliseconds refill) {
+    bool Take(Clock::time_point now, int burst, Clock::duration refill) {
         double earned =
             std::chrono::duration<double>(now - refilled) / std::chrono::duration<double>(refill);
         tokens = std::min<double>(burst, tokens + earned);
@@ -110,6 +110,9 @@ struct Servent::Peer {
     TokenBucket pings;
     TokenBucket leaf_queries;
     TokenBucket leaf_flood; // queries over the leaf's rate
+    TokenBucket ultrapeer_queries;
+    TokenBucket ultrapeer_flood; // queries over the neighbour's budget
+    TokenBucket queries_out;     // what we send, kept under the budget we are held to
     TokenBucket pushes;
     TokenBucket broken_ggep;
     TokenBucket oversized;
@@ -149,7 +152,7 @@ Servent::Servent(ServentConfig config, const SharedFileIndex& index, ServentTran
       ping_routes_(config_.route_lifetime, config_.route_table_entries),
       query_routes_(config_.route_lifetime, config_.route_table_entries),
       push_routes_(config_.route_lifetime, config_.route_table_entries),
-      hosts_(1000, config_.allow_private_addresses) {}
+      hosts_(1000, config_.allow_private_addresses), resting_(config_.abuse_rest) {}
 
 Servent::~Servent() = default;
 
@@ -169,6 +172,9 @@ Servent::Peer& Servent::NewPeer(PeerId id, const Endpoint& remote, bool outgoing
     peer->pings = {static_cast<double>(config_.ping_burst), peer->since};
     peer->leaf_queries = {static_cast<double>(config_.leaf_query_burst), peer->since};
     peer->leaf_flood = {static_cast<double>(config_.leaf_flood_burst), peer->since};
+    peer->ultrapeer_queries = {static_cast<double>(config_.ultrapeer_query_burst), peer->since};
+    peer->ultrapeer_flood = {static_cast<double>(config_.ultrapeer_flood_burst), peer->since};
+    peer->queries_out = {static_cast<double>(config_.ultrapeer_query_burst), peer->since};
     peer->pushes = {static_cast<double>(config_.push_burst), peer->since};
     peer->broken_ggep = {static_cast<double>(config_.broken_ggep_burst), peer->since};
     peer->oversized = {static_cast<double>(kOversizedBurst), peer->since};
@@ -223,8 +229,7 @@ void Servent::ReceiveHandshake(Peer& peer, ByteView bytes) {
     if (status == HeaderBlockReader::Status::NeedMore)
         return;
     if (status == HeaderBlockReader::Status::Error) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 400, "Bad handshake");
+        DropForAbuse(peer, 400, "Bad handshake");
         return;
     }
     HeaderBlock block = peer.reader.block();
@@ -303,6 +308,13 @@ void Servent::ReadCapabilities(Peer& peer, const HeaderBlock& block) {
 void Servent::OnConnectBlock(Peer& peer, const HeaderBlock& block) {
     if (!block.is_connect) {
         Drop(peer, 400, "Bad handshake");
+        return;
+    }
+    if (Resting(peer.remote)) {
+        // Told plainly, so an honest servent that misbehaved by mistake knows why.
+        ++stats_.handshakes_refused_resting;
+        SendRaw(peer, FormatHeaderBlock("GNUTELLA/0.6 503 Resting after abuse", {}));
+        Drop(peer, 0, "Resting after abuse");
         return;
     }
     peer.user_agent = block.Get("User-Agent").value_or("");
@@ -426,6 +438,7 @@ void Servent::OnFinalBlock(Peer& peer, const HeaderBlock& block) {
 void Servent::Open(Peer& peer) {
     peer.state = Peer::State::Open;
     peer.kind = peer.agreed;
+    transport_.HandshakeDone(peer.id);
     if (peer.send_compressed)
         peer.deflater = std::make_unique<Deflater>();
     if (peer.receive_compressed)
@@ -459,8 +472,7 @@ void Servent::ReceiveBinary(Peer& peer, ByteView bytes) {
                 Dispatch(peer, std::move(message));
         });
         if (status == DescriptorFramer::Status::PayloadTooLarge) {
-            ++stats_.peers_dropped_for_abuse;
-            Drop(peer, 400, "Too big");
+            DropForAbuse(peer, 400, "Too big");
             return false;
         }
         return !peer.closing;
@@ -470,8 +482,7 @@ void Servent::ReceiveBinary(Peer& peer, ByteView bytes) {
         return;
     }
     if (!peer.inflater->Decompress(bytes, feed) && !peer.closing) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 400, "Broken deflate stream");
+        DropForAbuse(peer, 400, "Broken deflate stream");
     }
 }
 
@@ -485,8 +496,7 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
         if (!peer.oversized.Take(
                 clock_(), kOversizedBurst,
                 std::chrono::duration_cast<std::chrono::milliseconds>(kOversizedRefill))) {
-            ++stats_.peers_dropped_for_abuse;
-            Drop(peer, 400, "Oversized messages");
+            DropForAbuse(peer, 400, "Oversized messages");
         }
         return;
     }
@@ -528,8 +538,7 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
 void Servent::OnPing(Peer& peer, Message& message) {
     auto now = clock_();
     if (!peer.pings.Take(now, config_.ping_burst, config_.ping_refill)) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 409, "Ping flood");
+        DropForAbuse(peer, 409, "Ping flood");
         return;
     }
     if (!ping_routes_.Insert(message.header.guid, peer.id, now)) {
@@ -588,11 +597,9 @@ void Servent::OnRouteTable(Peer& peer, Message& message) {
         return; // last-hop tables between ultrapeers: not used here
     auto result = peer.qrp->Apply(message.payload);
     if (result == QrpReceiver::Result::TooLarge) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 400, "Query routing table too big");
+        DropForAbuse(peer, 400, "Query routing table too big");
     } else if (result == QrpReceiver::Result::Error) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 400, "Bad query routing table");
+        DropForAbuse(peer, 400, "Bad query routing table");
     } else if (result == QrpReceiver::Result::Complete && peer.kind == PeerKind::Leaf) {
         ++leaf_tables_changed_;
         if (observer_)
@@ -604,8 +611,7 @@ void Servent::OnPush(Peer& peer, Message& message) {
     // Counted before anything is read: a storm of pushes nobody can route costs as much as one
     // of pushes we relay.
     if (!peer.pushes.Take(clock_(), config_.push_burst, config_.push_refill)) {
-        ++stats_.peers_dropped_for_abuse;
-        Drop(peer, 409, "Push flood");
+        DropForAbuse(peer, 409, "Push flood");
         return;
     }
     auto push = ParsePush(message.payload);
@@ -634,9 +640,18 @@ void Servent::OnQuery(Peer& peer, Message& message) {
         !peer.leaf_queries.Take(now, config_.leaf_query_burst, config_.leaf_query_refill)) {
         ++stats_.queries_dropped_for_rate;
         if (!peer.leaf_flood.Take(now, config_.leaf_flood_burst, config_.leaf_flood_refill)) {
-            ++stats_.peers_dropped_for_abuse;
-            Drop(peer, 409, "Query flood");
+            DropForAbuse(peer, 409, "Query flood");
         }
+        return;
+    }
+    // A neighbour relays many servents' queries: a budget that a busy one stays under.
+    if (peer.kind == PeerKind::Ultrapeer &&
+        !peer.ultrapeer_queries.Take(now, config_.ultrapeer_query_burst,
+                                     config_.ultrapeer_query_refill)) {
+        ++stats_.queries_dropped_for_rate;
+        if (!peer.ultrapeer_flood.Take(now, config_.ultrapeer_flood_burst,
+                                       config_.ultrapeer_flood_refill))
+            DropForAbuse(peer, 409, "Query flood");
         return;
     }
     if (!query_routes_.Insert(message.header.guid, peer.id, now)) {
@@ -721,6 +736,8 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
                 ++stats_.queries_blocked_by_qrp;
                 continue;
             }
+            if (!MaySendQuery(*target))
+                continue;
             out.header.ttl = static_cast<std::uint8_t>(capped);
         } else if (target->kind == PeerKind::Leaf) {
             // A leaf is reached only when its table says it may answer; it never forwards.
@@ -729,7 +746,7 @@ void Servent::RouteQuery(const Message& message, const Query& query, PeerId from
                 ++stats_.queries_blocked_by_qrp;
                 continue;
             }
-            if (out.header.hops > target->hops_flow)
+            if (out.header.hops > target->hops_flow || !MaySendQuery(*target))
                 continue;
             out.header.ttl = 1;
         } else {
@@ -879,8 +896,7 @@ void Servent::SendMergedQrp(Peer& peer) {
 bool Servent::TolerateBrokenGgep(Peer& peer) {
     if (peer.broken_ggep.Take(clock_(), config_.broken_ggep_burst, config_.broken_ggep_refill))
         return true;
-    ++stats_.peers_dropped_for_abuse;
-    Drop(peer, 400, "Broken GGEP");
+    DropForAbuse(peer, 400, "Broken GGEP");
     return false;
 }
 
@@ -895,6 +911,27 @@ void Servent::Drop(Peer& peer, std::uint16_t code, std::string_view reason) {
     peer.closing = true;
     transport_.Close(peer.id);
     doomed_.push_back(peer.id);
+}
+
+bool Servent::MaySendQuery(Peer& target) {
+    if (target.queries_out.Take(clock_(), config_.ultrapeer_query_burst,
+                                config_.ultrapeer_query_refill))
+        return true;
+    ++stats_.queries_held_back;
+    return false;
+}
+
+void Servent::DropForAbuse(Peer& peer, std::uint16_t code, std::string_view reason) {
+    if (peer.closing)
+        return;
+    ++stats_.peers_dropped_for_abuse;
+    if (peer.remote.ip != 0)
+        resting_.Offend(peer.remote.ip, clock_());
+    Drop(peer, code, reason);
+}
+
+bool Servent::Resting(const Endpoint& host) {
+    return host.ip != 0 && resting_.RestingUntil(host.ip, clock_()).has_value();
 }
 
 void Servent::Settle() {
@@ -1025,7 +1062,7 @@ bool Servent::KeepOneOfTwins(Peer& peer) {
 
 void Servent::Dial(const Endpoint& host) {
     // The same servent reached twice would carry every message twice.
-    if (Linked(host))
+    if (Linked(host) || Resting(host))
         return;
     dialing_.insert(host);
     transport_.Dial(host);
@@ -1077,6 +1114,10 @@ void Servent::Tick() {
         auto host = hosts_.NextToDial(now);
         if (!host)
             break;
+        if (auto until = resting_.RestingUntil(host->ip, now)) {
+            hosts_.Rest(*host, *until);
+            continue;
+        }
         if (Linked(*host))
             continue;
         Dial(*host);
@@ -1178,6 +1219,8 @@ void Servent::StartDynamicQuery(const Message& message, const Query& query, Peer
             ++stats_.queries_blocked_by_qrp;
             continue;
         }
+        if (!MaySendQuery(*peer))
+            continue;
         Message out = started.message;
         out.header.ttl = 1;
         out.header.hops = static_cast<std::uint8_t>(message.header.hops + (origin != kLocalPeer));
@@ -1242,6 +1285,9 @@ bool Servent::AdvanceDynamicQuery(DynamicQuery& dq, Clock::time_point now) {
     // that can help at all.
     if (ttl == 1 && !next->LastHopAllows(dq.query))
         ttl = std::min(2, cap);
+    // Its budget spent for now: the step waits for the next tick.
+    if (!MaySendQuery(*next))
+        return true;
     Message out = dq.message;
     out.header.ttl = static_cast<std::uint8_t>(ttl);
     out.header.hops = static_cast<std::uint8_t>(dq.message.header.hops + (leaf != nullptr));

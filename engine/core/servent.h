@@ -18,6 +18,7 @@
 #include "engine/core/host_cache.h"
 #include "engine/core/network_settings.h"
 #include "engine/core/qrp.h"
+#include "engine/core/resting_addresses.h"
 #include "engine/core/route_table.h"
 #include "engine/core/shared_file_index.h"
 #include "engine/core/vendor.h"
@@ -46,6 +47,21 @@ struct ServentConfig {
     // open search at start-up overshoots for a moment; a flood keeps overshooting.
     int leaf_flood_burst = 100;
     std::chrono::milliseconds leaf_flood_refill{1000};
+    // Queries an ultrapeer neighbour may relay, and the most we send one ourselves: whatever
+    // our other neighbours and leaves give us to pass on, a neighbour that holds links to the
+    // same budget must never drop us for floods we only relay. A busy ultrapeer passes on its
+    // leaves' queries (each leaf is held to one a second) and those of its thirty-odd neighbours,
+    // and dynamic querying sends each query down one link at a time: tens a second on a link is
+    // usual, a few hundred the most a real one reaches. 500 a second with a burst of 1000 (a
+    // neighbour whose leaves all re-query after it reconnects) leaves it room to spare; over that,
+    // queries are discarded.
+    int ultrapeer_query_burst = 1000;
+    std::chrono::milliseconds ultrapeer_query_refill{2};
+    // Queries over that budget a neighbour may send before it goes: the allowance earns back as
+    // fast as the budget, so a link is dropped only when it keeps to more than twice the budget,
+    // and then only after seconds of it (5000 more at 2000 a second: five seconds).
+    int ultrapeer_flood_burst = 5000;
+    std::chrono::milliseconds ultrapeer_flood_refill{2};
     // Pushes one link may send at once. A downloader asks each firewalled source once, and an
     // ultrapeer neighbour relays its leaves' pushes, so bursts of a hundred and a steady twenty
     // a second are real; thousands a second are not.
@@ -60,6 +76,8 @@ struct ServentConfig {
     std::chrono::seconds ping_interval{30};
     std::chrono::seconds qrp_resend_interval{60};
     std::chrono::minutes refused_host_rest{10};
+    // How long an address we dropped for abuse rests, and how many such addresses we remember.
+    RestPolicy abuse_rest;
     std::chrono::minutes route_lifetime{5};
     std::size_t route_table_entries = 100000;
     std::size_t pong_cache_size = 32;
@@ -84,6 +102,8 @@ public:
     virtual void Dial(const Endpoint& host) = 0;
     // Connect to the host and hang up at once: a peer asked to learn whether it can be reached.
     virtual void ConnectBack(const Endpoint& /*host*/) {}
+    // The handshake with this peer is through: the link is open.
+    virtual void HandshakeDone(PeerId /*peer*/) {}
 };
 
 enum class PeerKind { Handshaking, Ultrapeer, Leaf };
@@ -108,9 +128,13 @@ struct ServentStats {
     std::atomic<std::uint64_t> queries_blocked_by_qrp{0};
     std::atomic<std::uint64_t> duplicates_dropped{0};
     std::atomic<std::uint64_t> queries_dropped_for_rate{0};
+    // Copies not sent to keep a link under the query budget the peer holds us to.
+    std::atomic<std::uint64_t> queries_held_back{0};
     std::atomic<std::uint64_t> hits_routed{0};
     std::atomic<std::uint64_t> hits_dropped_unroutable{0};
     std::atomic<std::uint64_t> peers_dropped_for_abuse{0};
+    // Handshakes refused because the address is resting after a drop for abuse.
+    std::atomic<std::uint64_t> handshakes_refused_resting{0};
     std::atomic<std::uint64_t> dynamic_queries{0};
     std::atomic<std::uint64_t> dynamic_steps{0}; // links a dynamic query was widened to
 };
@@ -220,6 +244,12 @@ private:
     std::uint64_t MergedTableStamp() const;
     bool TolerateBrokenGgep(Peer& peer);
     void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
+    // A drop for abuse: counted, and the peer's address rests.
+    void DropForAbuse(Peer& peer, std::uint16_t code, std::string_view reason);
+    bool Resting(const Endpoint& host);
+    // Whether one more query may go to this peer now: a leaf holds its ultrapeer to the same
+    // budget as ultrapeers hold each other, so no link gets more than that from us.
+    bool MaySendQuery(Peer& target);
     // Sends what this event produced and forgets the peers it closed; every public entry ends here.
     void Settle();
     void FlushPeer(Peer& peer);
@@ -260,6 +290,7 @@ private:
     RouteTable query_routes_;
     RouteTable push_routes_;
     HostCache hosts_;
+    RestingAddresses resting_;
     std::deque<Pong> pong_cache_;
     std::map<Guid, DynamicQuery> dynamic_;
     std::uint64_t leaf_tables_changed_ = 0;

@@ -71,6 +71,13 @@ public:
     }
 
     Station& AddRaw() { return AddStation(); }
+    // A raw end that is going to abuse a servent calls from an address of its own in 127/8, so
+    // the rest its address earns does not fall on the good stations sharing 127.0.0.1.
+    Station& AddHostile() {
+        auto& s = AddStation();
+        s.address.ip = 0x7F000100u + static_cast<std::uint32_t>(s.index);
+        return s;
+    }
 
     // Joins two stations as if `from` had dialled `to`; returns the peer id of the raw end.
     PeerId Link(Station& from, Station& to) {
@@ -533,23 +540,29 @@ TEST_F(UltrapeerRouting, PingsAreAnsweredFromThePongCache) {
 
 TEST_F(UltrapeerRouting, OffendersAreDroppedAndTheOthersKeepBeingServed) {
     // A payload over 64 KiB: Bye 400, then the link closes.
+    auto& huge_sender = net.AddHostile();
+    PeerId huge_id = RawUltrapeer(net, huge_sender, *up);
     Header huge;
     huge.type = 0x80;
     Bytes bytes = SerializeMessage(huge, {});
     bytes[19] = 0x70, bytes[20] = 0x11, bytes[21] = 0x01;
-    net.RawSend(*a, a_id, bytes);
+    net.RawSend(huge_sender, huge_id, bytes);
     net.Run();
-    EXPECT_TRUE(a->hung_up);
-    auto byes = OfType(Read(*a, 0), PayloadType::Bye);
+    EXPECT_TRUE(huge_sender.hung_up);
+    auto byes = OfType(Read(huge_sender, 1), PayloadType::Bye);
     ASSERT_EQ(byes.size(), 1u);
     EXPECT_EQ(ParseBye(byes[0].payload)->code, 400);
 
     // A flood of pings.
+    auto& pinger = net.AddHostile();
+    PeerId pinger_id = RawUltrapeer(net, pinger, *up);
     for (int i = 0; i < 50; ++i)
-        net.RawSend(*b, b_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+        net.RawSend(pinger, pinger_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
     net.Run();
-    EXPECT_TRUE(b->hung_up);
+    EXPECT_TRUE(pinger.hung_up);
     EXPECT_EQ(up->servent->stats().peers_dropped_for_abuse, 2u);
+    EXPECT_FALSE(a->hung_up);
+    EXPECT_FALSE(b->hung_up);
 
     // Pings at a polite pace are fine.
     auto& c = net.AddRaw();
@@ -1037,7 +1050,7 @@ TEST_F(DropPolicies, EveryClosedLinkReachesTheObserverWithItsReason) {
 
 TEST_F(DropPolicies, APushStormGoesWhileADownloadsBurstAndARelayStay) {
     Guid firewalled = Guid::Random(rng);
-    auto& storm = net.AddRaw();
+    auto& storm = net.AddHostile();
     PeerId storm_id = RawUltrapeer(net, storm, *up);
     for (int i = 0; i < 1000 && !storm.hung_up; ++i) {
         net.RawSend(storm, storm_id, PushTo(firewalled));
@@ -1079,7 +1092,7 @@ TEST_F(DropPolicies, BrokenGgepIsToleratedAndStrippedNowAndThenButNotFromALinkTh
     EXPECT_EQ(ParseQuery(relayed[0].payload)->text, "relayed 0");
     EXPECT_FALSE(ParseQuery(relayed[0].payload)->broken_ggep);
 
-    auto& breaker = net.AddRaw();
+    auto& breaker = net.AddHostile();
     PeerId breaker_id = RawUltrapeer(net, breaker, *up);
     for (int i = 0; i < 100 && !breaker.hung_up; ++i) {
         net.RawSend(breaker, breaker_id, BrokenGgepQuery("broken " + std::to_string(i)));
@@ -1089,7 +1102,7 @@ TEST_F(DropPolicies, BrokenGgepIsToleratedAndStrippedNowAndThenButNotFromALinkTh
     EXPECT_EQ(ReasonFor(breaker), "Broken GGEP");
 
     // Broken pongs count the same.
-    auto& ponger = net.AddRaw();
+    auto& ponger = net.AddHostile();
     PeerId ponger_id = RawUltrapeer(net, ponger, *up);
     Bytes pong = SerializePong({6346, 0x01020304, 1, 2, {}});
     pong.insert(pong.end(), {kGgepMagic, 0x00});
@@ -1101,7 +1114,7 @@ TEST_F(DropPolicies, BrokenGgepIsToleratedAndStrippedNowAndThenButNotFromALinkTh
 }
 
 TEST_F(DropPolicies, ALeafThatKeepsFloodingGoesAndOneThatRequeriesStays) {
-    auto& flooder = net.AddRaw();
+    auto& flooder = net.AddHostile();
     PeerId flooder_id = Leaf(flooder);
     for (int i = 0; i < 1000 && !flooder.hung_up; ++i) {
         net.RawSend(flooder, flooder_id,
@@ -1133,7 +1146,7 @@ TEST_F(DropPolicies, ALeafThatKeepsFloodingGoesAndOneThatRequeriesStays) {
 }
 
 TEST_F(DropPolicies, PingsEveryMillisecondGoWithinTheBurst) {
-    auto& pinger = net.AddRaw();
+    auto& pinger = net.AddHostile();
     PeerId pinger_id = RawUltrapeer(net, pinger, *up);
     int sent = 0;
     for (; sent < 1000 && !pinger.hung_up; ++sent) {
@@ -1147,7 +1160,7 @@ TEST_F(DropPolicies, PingsEveryMillisecondGoWithinTheBurst) {
 }
 
 TEST_F(DropPolicies, ATableOverTheLimitDropsTheLeafOneAtTheLimitIsKept) {
-    auto& greedy = net.AddRaw();
+    auto& greedy = net.AddHostile();
     PeerId greedy_id = Leaf(greedy);
     net.RawSend(greedy, greedy_id,
                 Frame(Guid::Random(rng), PayloadType::RouteTable, 1, 0,
@@ -1168,7 +1181,7 @@ TEST_F(DropPolicies, ATableOverTheLimitDropsTheLeafOneAtTheLimitIsKept) {
 }
 
 TEST_F(DropPolicies, MaximumSizeMessagesOfSmallKindsAreSkippedThenTheLinkGoes) {
-    auto& sender = net.AddRaw();
+    auto& sender = net.AddHostile();
     PeerId sender_id = RawUltrapeer(net, sender, *up);
     Bytes huge_query = QueryPayload("alpha");
     huge_query.resize(kMaxPayload, 'x');
@@ -1285,6 +1298,252 @@ TEST(LinkCounts, LoweredCountsCloseTheNewestLinksAndRaisedOnesAreDialledFor) {
     net.RawSend(asker, asker_id, "GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: True\r\n\r\n");
     net.Run();
     EXPECT_NE(AsText(asker.inbox).find("X-Degree: 3"), std::string_view::npos);
+}
+
+// The last reason `servent` gave for closing a link from this raw end's address, empty if none.
+std::string LastReason(const SimNet::Station& servent, const SimNet::Station& raw) {
+    std::string reason;
+    for (const auto& [peer, why] : servent.recorder.drops)
+        if (peer.remote == raw.address)
+            reason = why;
+    return reason;
+}
+
+// Addresses dropped for abuse rest: their handshakes get a plain 503 and we do not dial them,
+// for a rest that doubles with each repeat.
+class AbuseRest : public ::testing::Test {
+protected:
+    void Start(std::function<void(ServentConfig&)> adjust = {}) {
+        up = &net.AddServent(NodeMode::UltraPeer, {}, std::move(adjust));
+    }
+
+    // A new link from the raw end: its handshake, and the status line it was answered with.
+    std::string Greet(SimNet::Station& raw, bool leaf = false, bool query_routing = true) {
+        raw.inbox.clear();
+        raw.hung_up = false;
+        last_id = net.Link(raw, *up);
+        net.RawSend(raw, last_id,
+                    std::string("GNUTELLA CONNECT/0.6\r\nX-Ultrapeer: ") +
+                        (leaf ? "False" : "True") + "\r\n" +
+                        (query_routing ? "X-Query-Routing: 0.1\r\n" : "") + "\r\n");
+        net.Run();
+        std::string_view text = AsText(raw.inbox);
+        return std::string(text.substr(0, text.find("\r\n")));
+    }
+
+    // Joins as an ultrapeer and pings until dropped; true when that was for the flood.
+    bool Abuse(SimNet::Station& raw) {
+        if (Greet(raw) != "GNUTELLA/0.6 200 OK")
+            return false;
+        net.RawSend(raw, last_id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+        for (int i = 0; i < 50 && !raw.hung_up; ++i) {
+            net.RawSend(raw, last_id, Frame(Guid::Random(rng), PayloadType::Ping, 1, 0, {}));
+            net.Run();
+        }
+        return raw.hung_up && LastReason(*up, raw) == "Ping flood";
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    PeerId last_id = 0;
+    std::mt19937_64 rng{23};
+};
+
+constexpr char kResting[] = "GNUTELLA/0.6 503 Resting after abuse";
+constexpr char kWelcome[] = "GNUTELLA/0.6 200 OK";
+
+TEST_F(AbuseRest, AnAbusersAddressRestsLongerWithEachRepeatWhileItsLoopbackNeighboursAreServed) {
+    Start();
+    auto& abuser = net.AddHostile();
+    auto& neighbour = net.AddRaw();
+    ASSERT_TRUE(Abuse(abuser));
+    EXPECT_EQ(Greet(abuser), kResting);
+    EXPECT_TRUE(abuser.hung_up);
+    EXPECT_EQ(LastReason(*up, abuser), "Resting after abuse");
+    EXPECT_EQ(Greet(neighbour), kWelcome);
+    // A refusal is not another offence.
+    EXPECT_EQ(up->servent->stats().peers_dropped_for_abuse, 1u);
+    EXPECT_EQ(up->servent->stats().handshakes_refused_resting, 1u);
+
+    // A minute, doubling with each repeat up to half an hour.
+    for (int rest : {60, 120, 240, 480, 960, 1800, 1800}) {
+        SCOPED_TRACE("rest of " + std::to_string(rest) + " s");
+        auto offended = net.now;
+        net.now = offended + std::chrono::seconds(rest - 1);
+        EXPECT_EQ(Greet(abuser), kResting);
+        net.now = offended + std::chrono::seconds(rest + 1);
+        ASSERT_TRUE(Abuse(abuser));
+    }
+    EXPECT_EQ(up->servent->stats().peers_dropped_for_abuse, 8u);
+
+    // Good behaviour for long enough and the address starts afresh.
+    net.now += std::chrono::hours(3);
+    ASSERT_TRUE(Abuse(abuser));
+    net.now += std::chrono::seconds(61);
+    EXPECT_EQ(Greet(abuser), kWelcome);
+}
+
+TEST_F(AbuseRest, ByesTimeoutsRefusalsAndLostLinksLeaveTheAddressFree) {
+    Start();
+    auto& polite = net.AddHostile();
+    ASSERT_EQ(Greet(polite), kWelcome);
+    net.RawSend(polite, last_id, "GNUTELLA/0.6 200 OK\r\n\r\n");
+    net.RawSend(polite, last_id,
+                Frame(Guid::Random(rng), PayloadType::Bye, 1, 0, SerializeBye({200, "Done"})));
+    net.Run();
+    EXPECT_EQ(Greet(polite), kWelcome);
+
+    auto& quiet = net.AddHostile();
+    net.Link(quiet, *up);
+    net.now += std::chrono::seconds(16);
+    up->servent->Tick();
+    net.Run();
+    EXPECT_EQ(LastReason(*up, quiet), "Handshake timeout");
+    EXPECT_EQ(Greet(quiet), kWelcome);
+
+    auto& unready = net.AddHostile();
+    EXPECT_EQ(Greet(unready, true, false), "GNUTELLA/0.6 503 Query routing required");
+    EXPECT_EQ(Greet(unready, true), kWelcome);
+
+    auto& broken = net.AddHostile();
+    ASSERT_EQ(Greet(broken), kWelcome);
+    up->servent->Lost(up->servent->Peers().back().id);
+    net.Run();
+    EXPECT_EQ(Greet(broken), kWelcome);
+    EXPECT_EQ(up->servent->stats().handshakes_refused_resting, 0u);
+}
+
+TEST_F(AbuseRest, ARestingAddressIsNotDialledUntilItsRestIsOver) {
+    Start();
+    auto& abuser = net.AddHostile();
+    ASSERT_TRUE(Abuse(abuser));
+    up->dials.clear();
+    up->servent->hosts().Add(abuser.address);
+    up->servent->ConnectTo(abuser.address);
+    up->servent->Tick();
+    net.Run();
+    EXPECT_TRUE(up->dials.empty());
+
+    net.now += std::chrono::seconds(61);
+    up->servent->Tick();
+    net.Run();
+    EXPECT_EQ(up->dials, std::vector<Endpoint>{abuser.address});
+}
+
+TEST_F(AbuseRest, TheTableHoldsAFixedNumberOfAddressesAndTheOldestOffenceMakesRoom) {
+    Start([](ServentConfig& c) { c.abuse_rest.capacity = 3; });
+    std::vector<SimNet::Station*> abusers;
+    for (int i = 0; i < 4; ++i) {
+        abusers.push_back(&net.AddHostile());
+        ASSERT_TRUE(Abuse(*abusers.back()));
+        net.now += std::chrono::seconds(1);
+    }
+    EXPECT_EQ(Greet(*abusers[0]), kWelcome);
+    for (int i = 1; i < 4; ++i)
+        EXPECT_EQ(Greet(*abusers[i]), kResting) << i;
+}
+
+// Queries from ultrapeer neighbours: a budget a busy relay stays under, the excess discarded,
+// and the link dropped only when it stays far above.
+class UltrapeerQueryBudget : public ::testing::Test {
+protected:
+    void SetUp() override {
+        up = &net.AddServent(NodeMode::UltraPeer, {"alpha song.mp3"});
+        listener = &net.AddRaw();
+        listener_id = RawUltrapeer(net, *listener, *up);
+    }
+
+    // `count` new queries from the raw end, delivered; returns how many the listener got.
+    std::size_t Send(SimNet::Station& raw, PeerId id, int count) {
+        listener->inbox.clear();
+        sent += static_cast<std::uint64_t>(count);
+        for (int i = 0; i < count; ++i)
+            net.RawSend(
+                raw, id,
+                Frame(Guid::Random(rng), PayloadType::Query, 3, 0, QueryPayload("relayed tune")));
+        net.Run();
+        return OfType(Read(*listener, 0), PayloadType::Query).size();
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    SimNet::Station* listener = nullptr;
+    PeerId listener_id = 0;
+    std::mt19937_64 rng{29};
+    std::uint64_t sent = 0;
+};
+
+TEST_F(UltrapeerQueryBudget, ABusyRelayKeepsItsLinkAndEveryQuery) {
+    auto& relay = net.AddRaw();
+    PeerId relay_id = RawUltrapeer(net, relay, *up);
+    // A thousand at once as its leaves re-query, then 400 a second for a minute.
+    std::size_t relayed = Send(relay, relay_id, 1000);
+    for (int step = 0; step < 600; ++step) {
+        net.now += std::chrono::milliseconds(100);
+        relayed += Send(relay, relay_id, 40);
+    }
+    EXPECT_FALSE(relay.hung_up);
+    EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_EQ(relayed, sent);
+
+    // Half again over the budget for twenty seconds: the excess goes, the link stays.
+    for (int step = 0; step < 200; ++step) {
+        net.now += std::chrono::milliseconds(100);
+        Send(relay, relay_id, 80);
+    }
+    EXPECT_FALSE(relay.hung_up);
+    EXPECT_GT(up->servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_EQ(LastReason(*up, relay), "");
+}
+
+TEST_F(UltrapeerQueryBudget, WhatSeveralBusyRelaysGiveUsToPassOnStaysWithinTheNextOnesBudget) {
+    auto& next = net.AddServent(NodeMode::UltraPeer);
+    net.Link(next, *up);
+    // A leaf whose table matches every one of them.
+    auto& leaf = net.AddServent(NodeMode::LeafPeer, {"relayed tune.mp3"});
+    net.Link(leaf, *up);
+    net.Run();
+    ASSERT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
+    ASSERT_EQ(OpenPeers(*leaf.servent, PeerKind::Ultrapeer).size(), 1u);
+    std::vector<std::pair<SimNet::Station*, PeerId>> relays;
+    for (int i = 0; i < 3; ++i) {
+        auto& relay = net.AddRaw();
+        relays.push_back({&relay, RawUltrapeer(net, relay, *up)});
+    }
+    // Each within its own budget, together nearly three times one.
+    for (int step = 0; step < 200; ++step) {
+        net.now += std::chrono::milliseconds(100);
+        for (auto& [relay, id] : relays)
+            Send(*relay, id, 45);
+    }
+    for (auto& [relay, id] : relays)
+        EXPECT_FALSE(relay->hung_up);
+    EXPECT_EQ(OpenPeers(*next.servent, PeerKind::Ultrapeer).size(), 1u);
+    EXPECT_EQ(next.servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_EQ(next.servent->stats().peers_dropped_for_abuse, 0u);
+    EXPECT_EQ(OpenPeers(*leaf.servent, PeerKind::Ultrapeer).size(), 1u);
+    EXPECT_EQ(leaf.servent->stats().queries_dropped_for_rate, 0u);
+    EXPECT_GT(leaf.servent->Peers().front().queries_received, 10000u);
+    EXPECT_GT(up->servent->stats().queries_held_back, 0u);
+    EXPECT_EQ(up->servent->stats().queries_dropped_for_rate, 0u);
+}
+
+TEST_F(UltrapeerQueryBudget, AFloodingNeighbourLosesTheExcessThenItsLink) {
+    auto& flooder = net.AddHostile();
+    PeerId flooder_id = RawUltrapeer(net, flooder, *up);
+    // Five thousand a second.
+    std::size_t relayed = 0;
+    int steps = 0;
+    for (; steps < 1000 && !flooder.hung_up; ++steps) {
+        net.now += std::chrono::milliseconds(10);
+        relayed += Send(flooder, flooder_id, 50);
+    }
+    EXPECT_TRUE(flooder.hung_up);
+    EXPECT_EQ(LastReason(*up, flooder), "Query flood");
+    EXPECT_LT(steps, 300); // within three seconds
+    EXPECT_LT(relayed, sent / 2);
+    EXPECT_GT(up->servent->stats().queries_dropped_for_rate, 5000u);
+    EXPECT_EQ(up->servent->stats().peers_dropped_for_abuse, 1u);
 }
 
 } // namespace

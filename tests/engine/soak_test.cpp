@@ -1,5 +1,6 @@
 // Our ultrapeer for ten seconds in a small hostile neighbourhood on loopback: every kind of abuser
-// must be dropped with its own reason while the good servents around it keep finding files.
+// must be dropped with its own reason, and refused while its address rests, while the good
+// servents around it keep finding files.
 // Timings and throughput belong to the soak benchmark; this checks only what happens.
 #include <gtest/gtest.h>
 
@@ -25,7 +26,7 @@ struct DropLog : ServentObserver {
     }
 };
 
-TEST(Soak, EveryAbuserIsDroppedForWhatItDidAndGoodPeersStillGetTheirHits) {
+TEST(Soak, EveryAbuserIsDroppedForWhatItDidThenRestsAndGoodPeersStillGetTheirHits) {
     asio::io_context io;
     NodeOptions options;
     options.servent.network.node_mode = NodeMode::UltraPeer;
@@ -69,17 +70,36 @@ TEST(Soak, EveryAbuserIsDroppedForWhatItDidAndGoodPeersStillGetTheirHits) {
     EXPECT_GE(result.results, result.searches_answered);
 
     std::map<Hostile, int> dropped;
+    std::map<Hostile, int> resting;
+    std::map<int, bool> client_dropped;
     for (const auto& session : result.hostile) {
         SCOPED_TRACE(std::string(HostileName(session.kind)) + " from " + session.local.ToString());
         ASSERT_TRUE(session.local.IsValid());
         ASSERT_TRUE(session.closed.has_value()) << "still connected at the end";
+        const std::string& reason = drops.reasons[session.local];
+        if (reason == kRestingReason) {
+            // Only after a drop for abuse, and a timeout is none.
+            EXPECT_TRUE(client_dropped[session.client]);
+            EXPECT_NE(session.kind, Hostile::Slowloris);
+            EXPECT_FALSE(session.accepted);
+            EXPECT_EQ(session.answer, kRestingAnswer);
+            ++resting[session.kind];
+            continue;
+        }
         EXPECT_EQ(session.accepted, session.kind != Hostile::Slowloris);
-        EXPECT_EQ(drops.reasons[session.local], ExpectedReason(session.kind));
+        EXPECT_EQ(reason, ExpectedReason(session.kind));
+        client_dropped[session.client] = true;
         ++dropped[session.kind];
     }
-    for (int kind = 0; kind < kHostileKinds; ++kind)
-        EXPECT_GE(dropped[static_cast<Hostile>(kind)], 2)
-            << HostileName(static_cast<Hostile>(kind));
+    for (int k = 0; k < kHostileKinds; ++k) {
+        auto kind = static_cast<Hostile>(k);
+        EXPECT_GE(dropped[kind], 2) << HostileName(kind);
+        // Each client comes back a second after its drop and finds its address resting.
+        if (kind != Hostile::Slowloris) {
+            EXPECT_GE(resting[kind], 2) << HostileName(kind);
+        }
+    }
+    EXPECT_EQ(node.refused_unfinished(), 0u);
 }
 
 } // namespace

@@ -249,6 +249,10 @@ int Run(const Arguments& args) {
         printer.on_change();
     }
     node.servent().SetObserver(&printer);
+    // Connections closed before their handshake began, beside the links dropped.
+    node.SetRefusalHandler([](const Endpoint& remote, std::string_view reason) {
+        std::cout << "refused " << remote.ToString() << " " << reason << std::endl;
+    });
     std::cout << "listening " << node.endpoint().ToString() << " "
               << (node.servent().IsUltrapeer() ? "ultrapeer" : "leaf") << std::endl;
     if (!args.port_file.empty() &&
