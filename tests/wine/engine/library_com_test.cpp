@@ -167,10 +167,20 @@ TEST_F(FileManagerInProcess, SharesAFolderHashesItAndFindsFilesBySha1) {
     EXPECT_EQ(Elements(text, "file").size(), 3u);
     EXPECT_EQ(Elements(text, "progress"), std::vector<std::string>(3, "100"));
 
-    // The hash cache spares a new library object from hashing the same files again.
+    // The hash cache spares a new library object from hashing the same files again: a file
+    // rewritten behind its back with its size and time kept still carries the remembered hash,
+    // where hashing it again would have found another.
     files_.reset();
+    const fs::path second = folder_ / "second.txt";
+    const auto secondSha1 = library::HashFile(second);
+    ASSERT_TRUE(secondSha1);
+    const auto written = fs::last_write_time(second);
+    WriteRandomFile(second, 1000, 4);
+    fs::last_write_time(second, written);
     ASSERT_EQ(CreateLikeThePlugIn(CLSID_FileManager, IID_IFileManager, files_.put_void()), S_OK);
-    EXPECT_EQ(SharedCount(files_.get()), 3) << "hashed at once from the cache";
+    ASSERT_TRUE(PumpUntil([&] { return SharedCount(files_.get()) == 3; }, kWaitMs));
+    ASSERT_EQ(files_->FindBySha1(WideBstr(win::ToWide(*secondSha1)).get(), path.put()), S_OK);
+    EXPECT_EQ(::lstrcmpiW(path.get(), second.wstring().c_str()), 0) << "hashed from the cache";
 
     ASSERT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
     EXPECT_EQ(SharedCount(files_.get()), 0);
