@@ -541,6 +541,11 @@ std::size_t FileIndex::FileCount() const {
     return entries_.size();
 }
 
+std::size_t FileIndex::HashedCount() const {
+    std::lock_guard lock(mutex_);
+    return bySha1_.size();
+}
+
 std::uint64_t FileIndex::TotalBytes() const {
     std::lock_guard lock(mutex_);
     std::uint64_t total = 0;

@@ -72,6 +72,8 @@ public:
     std::vector<SharedFile> Match(std::string_view query, std::size_t limit) const;
     std::vector<SharedFile> Files() const;
     std::size_t FileCount() const;
+    // Files whose SHA1 is known, without copying the library.
+    std::size_t HashedCount() const;
     std::uint64_t TotalBytes() const;
     // Grows with every change of the shared files or their hashes.
     std::uint64_t Revision() const;

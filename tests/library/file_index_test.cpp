@@ -52,9 +52,11 @@ TEST_F(FileIndexTest, ScansFoldersRecursivelyAndHashesEachFile) {
     EXPECT_EQ(Names(index.Files()),
               (std::vector<std::string>{"Holiday Video.avi", "Song_One.mp3", "empty.txt"}));
     EXPECT_EQ(index.WaitingForHash(), 3u);
+    EXPECT_EQ(index.HashedCount(), 0u);
     EXPECT_EQ(index.TotalBytes(), 70000u + 11u);
     HashAll(index);
     EXPECT_EQ(index.WaitingForHash(), 0u);
+    EXPECT_EQ(index.HashedCount(), 3u);
 
     for (const auto& file : index.Files()) {
         std::ifstream in(file.path, std::ios::binary);
