@@ -56,6 +56,8 @@ public:
     // --- user-interface thread ---
     // The local path is made here, in the download folder, from the first source's file name.
     bool StartDownload(const ResultGroup& group, bool showNow);
+    // Where downloads started from now on go; items already listed keep their paths.
+    void SetDownloadFolder(std::string folder) { downloadFolder_ = std::move(folder); }
     void RequestDelete(const std::vector<std::shared_ptr<DownloadItem>>& selected);
     void RequestStop(const std::shared_ptr<DownloadItem>& item);
     void RequestRestart(const std::shared_ptr<DownloadItem>& item);

@@ -194,8 +194,14 @@ struct EngineService::Running : ServentObserver {
     }
     void OnPeerOpened(const PeerInfo& peer) override {
         handshake_ticks[peer.id] = Tick();
+        listener.OnStatus(LinkOpenedText(peer), kStatusLinkOpened);
         // Counted from a fresh handler: the servent is in the middle of its own bookkeeping.
         asio::post(io, [this] { Recount(); });
+    }
+    // Only links that were open are news to the user: a busy node refuses many handshakes.
+    void OnPeerDropped(const PeerInfo& peer, std::string_view reason) override {
+        if (peer.kind != PeerKind::Handshaking)
+            listener.OnStatus(LinkClosedText(peer, reason), kStatusLinkClosed);
     }
     void OnPeerClosed(PeerId peer) override {
         handshake_ticks.erase(peer);

@@ -76,6 +76,8 @@ enum StatusCode : int {
     kStatusDialling = 3,
     kStatusBrowseFailed = 4,
     kStatusUploadPortTaken = 5,
+    kStatusLinkOpened = 6,
+    kStatusLinkClosed = 7,
 };
 
 // "a.b.c.d:port", optionally behind "http://" and before a "/": the user's way of naming a host.

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <memory>
+#include <string>
 
 namespace corvid::network {
 
@@ -43,6 +44,12 @@ public:
         page.pfnDlgProc = Procedure;
         page.pfnCallback = Release;
         page.lParam = reinterpret_cast<LPARAM>(this);
+        // A page's tab shows its template's caption; only a title given here replaces it.
+        if (auto caption = site_.Language().ChangesForDialog(IDD_NETWORK_PAGE).caption) {
+            title_ = std::move(*caption);
+            page.dwFlags |= PSP_USETITLE;
+            page.pszTitle = title_.c_str();
+        }
         return ::CreatePropertySheetPageA(&page);
     }
 
@@ -137,6 +144,8 @@ private:
     shell::PanelSite& site_;
     ProfileFile profile_;
     RegistrySettings settings_;
+    // The tab's title in the user's language; the sheet reads it until the page is released.
+    std::string title_;
     HWND dialog_ = nullptr;
     bool loaded_ = false;
 };

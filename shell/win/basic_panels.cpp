@@ -230,7 +230,11 @@ public:
 
 protected:
     void CreateContent() override { list_ = MakeList({{32944, 150}, {36165, 600}}); }
-    void Layout(int width, int height) override { ::MoveWindow(list_, 0, 0, width, height, TRUE); }
+    void Layout(int width, int height) override {
+        ::MoveWindow(list_, 0, 0, width, height, TRUE);
+        // The message column takes the rest of the width, so no empty header stands beside it.
+        ::SendMessageA(list_, LVM_SETCOLUMNWIDTH, 1, LVSCW_AUTOSIZE_USEHEADER);
+    }
 
 private:
     static constexpr int kMaxLines = 2000;

@@ -153,6 +153,21 @@ TEST_F(TwoEngines, ConnectsAndDropsOneNodeByItsId) {
     ASSERT_TRUE(events_.WaitFor([&] { return events_.counts.back() == 0; }));
     EXPECT_EQ(engine_.NodeCount(), 0);
     EXPECT_EQ(engine_.HostsText(), "<HostInfo></HostInfo>");
+
+    // The console hears of the link when it opens and when it closes, and why.
+    const std::string node = sharerAddress_.ToString();
+    ASSERT_TRUE(events_.WaitFor([&] {
+        return !events_.statuses.empty() && events_.statuses.back().first == kStatusLinkClosed;
+    }));
+    std::lock_guard<std::mutex> guard(events_.lock);
+    std::vector<std::pair<int, std::string>> links;
+    for (const auto& status : events_.statuses)
+        if (status.first == kStatusLinkOpened || status.first == kStatusLinkClosed)
+            links.push_back(status);
+    ASSERT_EQ(links.size(), 2u);
+    EXPECT_EQ(links[0].second.rfind("Connected to " + node + " (Ultrapeer, ", 0), 0u)
+        << links[0].second;
+    EXPECT_EQ(links[1].second, "Link to " + node + " closed: Closed by user");
 }
 
 TEST_F(TwoEngines, StopEndsEveryAnswerAndEveryOperation) {

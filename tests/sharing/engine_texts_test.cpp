@@ -67,6 +67,24 @@ TEST(EngineTexts, CleaningKeepsUtf8AndDropsControlsAndBrokenBytes) {
     EXPECT_EQ(CleanText("a&b<c>d\"e'f"), "a&b_c_d\"e'f") << "the reader knows no entities";
 }
 
+TEST(EngineTexts, LinkLinesNameTheNodeAndKeepThePeersWordsShortAndClean) {
+    PeerInfo peer;
+    peer.remote = Endpoint{0x0A000002, 51234};
+    peer.kind = PeerKind::Leaf;
+    EXPECT_EQ(LinkOpenedText(peer), "Connected to 10.0.0.2:51234 (Leaf)");
+    peer.listen = Endpoint{0x0A000002, 6346};
+    peer.kind = PeerKind::Ultrapeer;
+    peer.user_agent = "Agent/1.0\r\nX-Evil: yes";
+    EXPECT_EQ(LinkOpenedText(peer),
+              "Connected to 10.0.0.2:6346 (Ultrapeer, Agent/1.0  X-Evil: yes)");
+    EXPECT_EQ(LinkClosedText(peer, "Query flood"), "Link to 10.0.0.2:6346 closed: Query flood");
+    EXPECT_EQ(LinkClosedText(peer, ""), "Link to 10.0.0.2:6346 closed");
+    const std::string longBye = "Bye 200 " + std::string(500, 'x') + "<b>";
+    const std::string closed = LinkClosedText(peer, longBye);
+    EXPECT_LT(closed.size(), 160u);
+    EXPECT_EQ(closed.find('<'), std::string::npos);
+}
+
 TEST(EngineTexts, HostTicksAndUploadSizesFitTheReadersSignedFields) {
     const HostRecord hosts[] = {
         {"1", "127.0.0.1:6346", "Agent", 0xFFFFFFF0u, "Ultrapeer", "10", "20", 5000, "0.6"}};

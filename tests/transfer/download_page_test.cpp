@@ -329,5 +329,15 @@ TEST_F(DownloadPageTest, TwoDownloadsNeverShareAFile) {
     EXPECT_EQ(third->localPath, "C:\\Corvid\\download\\.._.._song.mp3");
 }
 
+TEST_F(DownloadPageTest, ANewDownloadFolderTakesNewItemsAndLeavesListedOnesWhereTheyAre) {
+    auto first = Start({Hit("song.mp3", "10.0.0.1")}, "AAAA");
+    page.SetDownloadFolder("D:\\Music");
+    auto second = Start({Hit("song.mp3", "10.0.0.2")}, "BBBB");
+    EXPECT_EQ(first->localPath, "C:\\Corvid\\download\\song.mp3");
+    EXPECT_EQ(engine.Get(first->handle).path, first->localPath);
+    EXPECT_EQ(second->localPath, "D:\\Music\\song.mp3");
+    EXPECT_EQ(engine.Get(second->handle).path, second->localPath);
+}
+
 } // namespace
 } // namespace corvid::transfer::testing

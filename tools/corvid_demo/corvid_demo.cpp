@@ -94,7 +94,8 @@ int wmain(int argc, wchar_t** argv) {
     const auto start = std::chrono::steady_clock::now();
     corvid::demo::MainJob job(options);
     const bool done = job.Open() && job.WaitOnline() && job.Search() && job.Download() &&
-                      job.WaitComplete() && job.CheckFile() && job.ShowHosts() && job.ShowLibrary();
+                      job.WaitComplete() && job.CheckFile() && job.ShowHosts() &&
+                      job.ShowLibrary() && job.ShowConsole();
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (done) {

@@ -520,6 +520,33 @@ bool MainJob::ShowLibrary() {
     });
 }
 
+bool MainJob::ShowConsole() {
+    return Step("the console tells of the links to the ultrapeers", [&] {
+        ShowPanel(shell::kCmdConsole);
+        const bool told = PumpUntil(
+            [&] {
+                HWND list = VisibleList("Message");
+                const int column = list ? ColumnOf(list, "Message") : -1;
+                for (int row = 0; column >= 0 && row < RowCount(list); ++row) {
+                    const std::string line = testing::ListViewText(list, row, column);
+                    if (line.rfind("Connected to ", 0) == 0) {
+                        consoleLinkLine_ = line;
+                        return true;
+                    }
+                }
+                return false;
+            },
+            options_.stepTimeoutMs);
+        if (!told) {
+            return Fail("the console tells of no link");
+        }
+        if (options_.screenshot) {
+            options_.screenshot("console");
+        }
+        return true;
+    });
+}
+
 void MainJob::RunUntilClosed() {
     PumpUntil([&] { return !Frame() || !::IsWindow(Frame()); }, INFINITE);
 }

@@ -73,6 +73,7 @@ public:
     bool CheckFile();    // the file on disk hashes to the network's SHA1
     bool ShowHosts();    // the hosts view lists the ultrapeers
     bool ShowLibrary();  // the library lists the file with its SHA1
+    bool ShowConsole();  // the console tells of the links the engine opened
     // Closes the host window and waits for it to go.
     void Close();
     // Runs the host's message loop until the user closes the window.
@@ -84,6 +85,8 @@ public:
     const SeenRow& DownloadRow() const { return downloadRow_; }
     const SeenRow& LibraryRow() const { return libraryRow_; }
     int HostRows() const { return hostRows_; }
+    // The console's first line about a link ("Connected to ...").
+    const std::string& ConsoleLinkLine() const { return consoleLinkLine_; }
     const std::string& NodesPane() const { return nodesPane_; }
     const std::string& DownloadedPath() const { return downloadedPath_; }
     const std::string& DownloadedSha1() const { return downloadedSha1_; }
@@ -106,6 +109,7 @@ private:
     std::string seen_; // what the step saw, for its report line
     SeenRow resultRow_, downloadRow_, libraryRow_;
     int hostRows_ = 0;
+    std::string consoleLinkLine_;
     std::string nodesPane_;
     std::string downloadedPath_;
     std::string downloadedSha1_;

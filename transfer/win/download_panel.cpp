@@ -171,6 +171,12 @@ DownloadPanelOptions DefaultDownloadPanelOptions() {
     return options;
 }
 
+void ApplyDownloadFolderToOpenPages() {
+    const std::string folder = DownloadFolder();
+    for (auto* panel : LivePanels())
+        panel->UseDownloadFolder(folder);
+}
+
 DownloadPanel::DownloadPanel(shell::PanelSite& site, DownloadPanelOptions options)
     : site_(site), options_(std::move(options)) {
     if (!options_.prompts) {
@@ -204,6 +210,12 @@ DownloadPanel::DownloadPanel(shell::PanelSite& site, DownloadPanelOptions option
         ::_beginthreadex(nullptr, 0, &WorkerMain, page_.get(), 0, nullptr)));
     secondsToRequery_ = options_.requerySeconds;
     LivePanels().push_back(this);
+}
+
+void DownloadPanel::UseDownloadFolder(const std::string& folder) {
+    EnsureFolder(folder);
+    options_.downloadFolder = folder;
+    page_->SetDownloadFolder(folder);
 }
 
 DownloadPanel::~DownloadPanel() {

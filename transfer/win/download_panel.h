@@ -51,6 +51,12 @@ struct DownloadPanelOptions {
 // The options from the registry and the user's folders.
 DownloadPanelOptions DefaultDownloadPanelOptions();
 
+// Tells every open download page the download folder the options now name, so that a folder
+// chosen in the options takes the next download without a restart. The temporary folder still
+// waits for the next start: items already listed find their partial files in the one they began
+// in.
+void ApplyDownloadFolderToOpenPages();
+
 // Toolbar commands (WM_COMMAND to the panel's window).
 enum DownloadCommand : int {
     kDownloadDelete = 34001,
@@ -105,6 +111,10 @@ public:
 
     // The panel whose model this is, if it is alive.
     static DownloadPanel* FromPage(const DownloadPage* page);
+
+    // Downloads started from now on go to this folder (made when missing); listed items stay
+    // where they are.
+    void UseDownloadFolder(const std::string& folder);
 
 private:
     LRESULT HandleMessage(UINT message, WPARAM wParam, LPARAM lParam) override;

@@ -1,10 +1,12 @@
 #include "transfer/win/download_upload_page.h"
 
 #include "markup/language_table.h"
+#include "platform/win/dialog_language.h"
 #include "platform/win/module.h"
 #include "shell/win/panel.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/upload_list.h"
+#include "transfer/win/download_panel.h"
 #include "transfer/win/transfer_resources.h"
 #include "transfer/win/transfer_settings.h"
 
@@ -18,6 +20,8 @@ constexpr std::uint32_t kTextBadUploadSpeed = 33132;
 struct PageState {
     shell::PanelSite& site;
     std::function<void(const std::string&)> report;
+    // The tab's title in the user's language; the sheet reads it until the page is released.
+    std::string title;
 };
 
 std::string Text(const PageState& state, std::uint32_t id) {
@@ -81,6 +85,7 @@ void Save(HWND dialog) {
     WriteText(kP2PViewKey, kTempFolderValue, ItemText(dialog, IDC_TEMP_FOLDER));
     if (const auto speed = ParseUploadSpeed(ItemText(dialog, IDC_UPLOAD_LIMIT)))
         WriteDword(kP2PViewKey, kUploadLimitValue, *speed);
+    ApplyDownloadFolderToOpenPages();
 }
 
 INT_PTR CALLBACK PageProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -89,6 +94,7 @@ INT_PTR CALLBACK PageProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM 
     case WM_INITDIALOG: {
         state = reinterpret_cast<PageState*>(reinterpret_cast<PROPSHEETPAGEA*>(lParam)->lParam);
         ::SetWindowLongPtrA(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(state));
+        corvid::win::ApplyLanguageToDialog(dialog, state->site.Language(), IDD_DOWNLOAD_UPLOAD);
         ::SetDlgItemTextA(dialog, IDC_DOWNLOAD_FOLDER, DownloadFolder().c_str());
         ::SetDlgItemTextA(dialog, IDC_TEMP_FOLDER, TempFolder().c_str());
         ::SetDlgItemInt(dialog, IDC_UPLOAD_LIMIT,
@@ -150,10 +156,17 @@ HPROPSHEETPAGE CreateDownloadUploadPage(shell::PanelSite& site,
     page.pszTemplate = MAKEINTRESOURCEA(IDD_DOWNLOAD_UPLOAD);
     page.pfnDlgProc = &PageProcedure;
     page.pfnCallback = &PageCallback;
-    page.lParam = reinterpret_cast<LPARAM>(new PageState{site, std::move(report)});
+    auto* state = new PageState{site, std::move(report), {}};
+    // A page's tab shows its template's caption; only a title given here replaces it.
+    if (auto caption = site.Language().ChangesForDialog(IDD_DOWNLOAD_UPLOAD).caption) {
+        state->title = std::move(*caption);
+        page.dwFlags |= PSP_USETITLE;
+        page.pszTitle = state->title.c_str();
+    }
+    page.lParam = reinterpret_cast<LPARAM>(state);
     HPROPSHEETPAGE created = ::CreatePropertySheetPageA(&page);
     if (!created)
-        delete reinterpret_cast<PageState*>(page.lParam);
+        delete state;
     return created;
 }
 

@@ -98,6 +98,10 @@ TEST_F(MainJobEndToEnd, SearchDownloadFromFourSourcesAndTheFileInTheLibrary) {
     EXPECT_EQ(job.LibraryRow().Cell("SHA1"), options_.network.bigFileSha1);
     EXPECT_EQ(job.LibraryRow().Cell("Name"), options_.network.bigFileName);
 
+    ASSERT_TRUE(job.ShowConsole()) << job.Error();
+    EXPECT_NE(job.ConsoleLinkLine().find("(Ultrapeer, "), std::string::npos)
+        << job.ConsoleLinkLine();
+
     job.Close();
     EXPECT_EQ(job.Frame(), nullptr);
 }

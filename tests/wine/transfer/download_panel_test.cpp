@@ -8,6 +8,8 @@
 #include "tests/wine/transfer/transfer_test_support.h"
 #include "transfer/safe_file_name.h"
 #include "transfer/win/download_panel.h"
+#include "transfer/win/transfer_resources.h"
+#include "transfer/win/transfer_settings.h"
 
 #include <commctrl.h>
 #include <gtest/gtest.h>
@@ -195,6 +197,28 @@ TEST_F(DownloadPanelTest, TheListStaysLiveWhileFastSourcesDownload) {
     EXPECT_EQ(ReadWholeFile(Final("large.bin")), ReadWholeFile(fixture.SharedFile("large.bin")));
 }
 
+TEST_F(DownloadPanelTest, AFolderChosenInTheOptionsTakesTheNextDownloadAtOnce) {
+    Open();
+    const auto chosen = FreshFolder("chosen-download");
+    const OptionsSheet opened = OpenDownloadUploadPage(site, [](const std::string&) {});
+    ASSERT_TRUE(opened.sheet);
+    HWND sheet = opened.sheet;
+    HWND dialog = opened.page;
+    ::SetDlgItemTextA(dialog, IDC_DOWNLOAD_FOLDER, chosen.c_str());
+    ::SetDlgItemTextA(dialog, IDC_TEMP_FOLDER, options.tempFolder.c_str());
+    const bool applied = ::SendMessageA(sheet, PSM_APPLY, 0, 0) != 0;
+    ::DestroyWindow(sheet);
+    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, win::kDownloadFolderValue);
+    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, win::kTempFolderValue);
+    ASSERT_TRUE(applied);
+
+    ASSERT_TRUE(panel->Page()->StartDownload(GroupOf(fixture, "small.bin", {"fast1"}), false));
+    ASSERT_TRUE(WaitForStatus("small.bin", "Completed")) << Status("small.bin");
+    EXPECT_EQ(ReadWholeFile(chosen + "\\small.bin"),
+              ReadWholeFile(fixture.SharedFile("small.bin")));
+    EXPECT_FALSE(FileExists(Final("small.bin")));
+}
+
 TEST_F(DownloadPanelTest, StopKeepsThePartialFileRestartResumesAndDeleteRemovesIt) {
     Open();
     const auto group = GroupOf(fixture, "slow.bin", {"slow"});
@@ -327,12 +351,14 @@ TEST_F(DownloadPanelTest, TheSameFileTwiceShowsTheFileExistsDialog) {
     Open();
     const auto group = GroupOf(fixture, "small.bin", {"fast2"});
     ASSERT_TRUE(panel->Page()->StartDownload(group, false));
-    // The dialog is modal: another thread reads it and presses OK.
+    // The dialog is modal: another thread reads it and presses OK. It is read once it shows,
+    // which a modal dialog does only after its controls have their texts; the window itself can
+    // be found before that.
     std::string shown;
     std::thread closer([&] {
         for (int tries = 0; tries < 400; ++tries) {
             HWND dialog = ::FindWindowA("#32770", "Tarvo Explorer");
-            if (dialog) {
+            if (dialog && ::IsWindowVisible(dialog)) {
                 char text[512] = {};
                 char name[512] = {};
                 ::GetDlgItemTextA(dialog, IDC_FILE_EXISTS_TEXT, text, sizeof text);

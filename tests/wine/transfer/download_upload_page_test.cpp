@@ -23,20 +23,12 @@ protected:
         for (const char* value :
              {win::kDownloadFolderValue, win::kTempFolderValue, win::kUploadLimitValue})
             ::RegDeleteKeyValueA(HKEY_CURRENT_USER, win::kP2PViewKey, value);
-        HPROPSHEETPAGE page = win::CreateDownloadUploadPage(
+        const OptionsSheet opened = OpenDownloadUploadPage(
             site, [this](const std::string& text) { reported.push_back(text); });
-        ASSERT_TRUE(page);
-        PROPSHEETHEADERA header = {};
-        header.dwSize = sizeof header;
-        header.dwFlags = PSH_MODELESS;
-        header.hwndParent = site.MainWindow();
-        header.pszCaption = "Corvid Options";
-        header.nPages = 1;
-        header.phpage = &page;
-        sheet = reinterpret_cast<HWND>(::PropertySheetA(&header));
+        sheet = opened.sheet;
+        page = opened.page;
         ASSERT_TRUE(sheet);
-        this->page = reinterpret_cast<HWND>(::SendMessageA(sheet, PSM_GETCURRENTPAGEHWND, 0, 0));
-        ASSERT_TRUE(this->page);
+        ASSERT_TRUE(page);
         corvid::testing::PumpPending();
     }
     void TearDown() override {

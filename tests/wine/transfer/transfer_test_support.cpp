@@ -2,6 +2,7 @@
 
 #include "platform/win/text.h"
 #include "tests/wine/support/wine_test_support.h"
+#include "transfer/win/download_upload_page.h"
 
 #include <commctrl.h>
 
@@ -73,6 +74,26 @@ ResultGroup GroupOf(const Fixture& fixture, const std::string& file,
         group.sources.push_back(source);
     }
     return group;
+}
+
+OptionsSheet OpenDownloadUploadPage(shell::PanelSite& site,
+                                    std::function<void(const std::string&)> report) {
+    OptionsSheet opened;
+    HPROPSHEETPAGE page = win::CreateDownloadUploadPage(site, std::move(report));
+    if (!page)
+        return opened;
+    PROPSHEETHEADERA header = {};
+    header.dwSize = sizeof header;
+    header.dwFlags = PSH_MODELESS;
+    header.hwndParent = site.MainWindow();
+    header.pszCaption = "Corvid Options";
+    header.nPages = 1;
+    header.phpage = &page;
+    opened.sheet = reinterpret_cast<HWND>(::PropertySheetA(&header));
+    if (opened.sheet)
+        opened.page =
+            reinterpret_cast<HWND>(::SendMessageA(opened.sheet, PSM_GETCURRENTPAGEHWND, 0, 0));
+    return opened;
 }
 
 std::string FreshFolder(const char* stem) {

@@ -8,10 +8,12 @@
 
 #include "platform/win/handles.h"
 #include "search/result_records.h"
+#include "shell/win/panel.h"
 #include "tests/wine/support/engine_fakes.h"
 #include "tests/wine/support/wine_test_support.h"
 #include "transfer/download_ports.h"
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -54,6 +56,16 @@ private:
 
 ResultGroup GroupOf(const Fixture& fixture, const std::string& file,
                     std::initializer_list<const char*> ports);
+
+// The Download/Upload options page alone in a modeless sheet owned by the site's main window, as
+// the options command shows it; `sheet` is null when it could not be made. The caller destroys
+// the sheet.
+struct OptionsSheet {
+    HWND sheet = nullptr;
+    HWND page = nullptr;
+};
+OptionsSheet OpenDownloadUploadPage(shell::PanelSite& site,
+                                    std::function<void(const std::string&)> report);
 
 // A fresh, empty folder under the prefix's temporary folder.
 std::string FreshFolder(const char* stem);
