@@ -39,12 +39,9 @@ std::string Utf8(const fs::path& path) {
     return std::string(text.begin(), text.end());
 }
 
-std::optional<FileStamp> StampOf(const fs::path& path) {
+// The size and time of what is known to be a regular file.
+std::optional<FileStamp> StampOfFile(const fs::path& path) {
     std::error_code error;
-    const auto status = fs::symlink_status(path, error);
-    if (error || !fs::is_regular_file(status)) {
-        return std::nullopt;
-    }
     FileStamp stamp;
     stamp.size = fs::file_size(path, error);
     if (error) {
@@ -56,6 +53,15 @@ std::optional<FileStamp> StampOf(const fs::path& path) {
     }
     stamp.modified = static_cast<std::int64_t>(modified.time_since_epoch().count());
     return stamp;
+}
+
+std::optional<FileStamp> StampOf(const fs::path& path) {
+    std::error_code error;
+    const auto status = fs::symlink_status(path, error);
+    if (error || !fs::is_regular_file(status)) {
+        return std::nullopt;
+    }
+    return StampOfFile(path);
 }
 
 // Whether the file lies in the folder or below it, by the paths' parts (so "/a/bc" is not in
@@ -91,16 +97,20 @@ bool WalkTree(const fs::path& root, OnFile&& onFile, Stop&& stop) {
             if (stop()) {
                 return false;
             }
-            std::error_code statusError;
-            const auto status = entries->symlink_status(statusError);
-            if (statusError) {
+            // The entry's own type, which the listing often tells without asking the disk again.
+            std::error_code typeError;
+            if (entries->is_symlink(typeError) || typeError) {
                 continue;
             }
-            if (fs::is_directory(status)) {
+            const bool isFolder = entries->is_directory(typeError);
+            if (typeError) {
+                continue;
+            }
+            if (isFolder) {
                 if (depth + 1 < kWalkDepth) {
                     pending.emplace_back(entries->path(), depth + 1);
                 }
-            } else if (fs::is_regular_file(status) && !onFile(entries->path())) {
+            } else if (entries->is_regular_file(typeError) && !onFile(entries->path())) {
                 return false;
             }
         }
@@ -269,7 +279,7 @@ bool FileIndex::WalkFolders(std::uint64_t request) {
     auto merged = std::chrono::steady_clock::now();
     const auto onFile = [&](const fs::path& path) {
         try {
-            if (auto stamp = StampOf(path)) {
+            if (auto stamp = StampOfFile(path)) {
                 found.push_back(Found{path, Utf8(path), *stamp});
             }
         } catch (const std::exception&) {
