@@ -187,6 +187,29 @@ TEST_F(FileManagerInProcess, SharesAFolderHashesItAndFindsFilesBySha1) {
     EXPECT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_FALSE);
 }
 
+TEST_F(FileManagerInProcess, ALargeFolderIsWalkedInTheBackgroundAndEveryFileArrives) {
+    constexpr int kFiles = 1000;
+    for (int i = 0; i < kFiles; ++i) {
+        const fs::path part = folder_ / "many" / ("part " + std::to_string(i % 20));
+        fs::create_directories(part);
+        std::ofstream(part / ("walked " + std::to_string(i) + ".txt"), std::ios::binary) << i;
+    }
+    ASSERT_EQ(files_->AddSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
+    std::string text;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            Bstr library;
+            files_->GetLibraryText(library.put());
+            text = Narrow(library.get());
+            return Elements(text, "file").size() == kFiles + 3u;
+        },
+        kWaitMs))
+        << Elements(text, "file").size() << " files";
+    ASSERT_TRUE(PumpUntil([&] { return SharedCount(files_.get()) == kFiles + 3; }, kWaitMs));
+    ASSERT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
+    EXPECT_EQ(SharedCount(files_.get()), 0) << "unshared at once";
+}
+
 TEST_F(FileManagerInProcess, RefusesWhatItCannotShareAndChangesNothing) {
     EXPECT_EQ(files_->AddSharedFolder(WideBstr(folder_.wstring() + L"\\missing").get()),
               HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
