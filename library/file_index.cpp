@@ -13,6 +13,12 @@ namespace {
 
 constexpr std::size_t kHashPiece = 1 << 20;
 constexpr std::string_view kSha1Urn = "urn:sha1:";
+// A walk hands what it found to the index in batches: readers see files arrive while a large tree
+// is walked, and the index's lock is taken once per batch, not once per file.
+constexpr std::size_t kWalkBatch = 256;
+constexpr auto kWalkBatchTime = std::chrono::milliseconds(200);
+// Real trees are a few dozen folders deep; far deeper is a junction looping back on itself.
+constexpr int kWalkDepth = 64;
 
 bool IsDelimiter(char c) {
     return std::string_view(" -._+/*()\\,\t").find(c) != std::string_view::npos;
@@ -33,12 +39,9 @@ std::string Utf8(const fs::path& path) {
     return std::string(text.begin(), text.end());
 }
 
-std::optional<FileStamp> StampOf(const fs::path& path) {
+// The size and time of what is known to be a regular file.
+std::optional<FileStamp> StampOfFile(const fs::path& path) {
     std::error_code error;
-    const auto status = fs::symlink_status(path, error);
-    if (error || !fs::is_regular_file(status)) {
-        return std::nullopt;
-    }
     FileStamp stamp;
     stamp.size = fs::file_size(path, error);
     if (error) {
@@ -50,6 +53,69 @@ std::optional<FileStamp> StampOf(const fs::path& path) {
     }
     stamp.modified = static_cast<std::int64_t>(modified.time_since_epoch().count());
     return stamp;
+}
+
+std::optional<FileStamp> StampOf(const fs::path& path) {
+    std::error_code error;
+    const auto status = fs::symlink_status(path, error);
+    if (error || !fs::is_regular_file(status)) {
+        return std::nullopt;
+    }
+    return StampOfFile(path);
+}
+
+// Whether the file lies in the folder or below it, by the paths' parts (so "/a/bc" is not in
+// "/a/b").
+bool IsInside(const fs::path& file, const fs::path& folder) {
+    auto part = file.begin();
+    for (const auto& folderPart : folder) {
+        if (folderPart.empty()) {
+            continue; // what a trailing separator leaves
+        }
+        if (part == file.end() || *part != folderPart) {
+            return false;
+        }
+        ++part;
+    }
+    return part != file.end();
+}
+
+// Calls onFile for every regular file under root, depth first, until it returns false or stop()
+// says the walk is no longer wanted. Links are not followed: they could lead out of the shared
+// folder or round in a circle. Folders that cannot be read or vanish are passed over, and so is
+// what lies deeper than kWalkDepth, where only a loop the system does not show as a link leads.
+template <typename OnFile, typename Stop>
+bool WalkTree(const fs::path& root, OnFile&& onFile, Stop&& stop) {
+    std::vector<std::pair<fs::path, int>> pending{{root, 0}};
+    while (!pending.empty()) {
+        const auto [folder, depth] = std::move(pending.back());
+        pending.pop_back();
+        std::error_code error;
+        fs::directory_iterator entries(folder, fs::directory_options::skip_permission_denied,
+                                       error);
+        for (; !error && entries != fs::directory_iterator(); entries.increment(error)) {
+            if (stop()) {
+                return false;
+            }
+            // The entry's own type, which the listing often tells without asking the disk again.
+            std::error_code typeError;
+            if (entries->is_symlink(typeError) || typeError) {
+                continue;
+            }
+            const bool isFolder = entries->is_directory(typeError);
+            if (typeError) {
+                continue;
+            }
+            if (isFolder) {
+                if (depth + 1 < kWalkDepth) {
+                    pending.emplace_back(entries->path(), depth + 1);
+                }
+            } else if (entries->is_regular_file(typeError) && !onFile(entries->path())) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -105,16 +171,48 @@ FileIndex::FileIndex(fs::path cacheFile) : cacheFile_(std::move(cacheFile)) {
     }
 }
 
+FileIndex::~FileIndex() {
+    {
+        std::lock_guard lock(walkMutex_);
+        stopping_ = true;
+        walkChanged_.notify_all();
+    }
+    if (walker_.joinable()) {
+        walker_.join();
+    }
+}
+
 void FileIndex::SetSharedFolders(std::vector<fs::path> folders) {
-    std::lock_guard lock(mutex_);
-    folders_.clear();
+    std::vector<fs::path> absolute;
     for (auto& folder : folders) {
         std::error_code error;
-        fs::path absolute = fs::weakly_canonical(folder, error);
-        if (!error && !absolute.empty()) {
-            folders_.push_back(std::move(absolute));
+        fs::path path = fs::weakly_canonical(folder, error);
+        if (!error && !path.empty()) {
+            absolute.push_back(std::move(path));
         }
     }
+    {
+        std::lock_guard lock(mutex_);
+        folders_ = std::move(absolute);
+        ++folderChanges_;
+        // An unshared folder's files stop being offered now, not once a walk has been through.
+        bool removed = false;
+        for (auto entry = entries_.begin(); entry != entries_.end();) {
+            const auto next = std::next(entry);
+            const auto inside = [&](const fs::path& folder) {
+                return IsInside(entry->second.file.path, folder);
+            };
+            if (!entry->second.added && std::none_of(folders_.begin(), folders_.end(), inside)) {
+                Remove(entry);
+                removed = true;
+            }
+            entry = next;
+        }
+        if (removed) {
+            ++revision_;
+        }
+    }
+    RequestWalk();
 }
 
 std::vector<fs::path> FileIndex::SharedFolders() const {
@@ -123,47 +221,175 @@ std::vector<fs::path> FileIndex::SharedFolders() const {
 }
 
 void FileIndex::Rescan() {
-    // The walk runs without the lock: folders can be large and slow.
-    std::map<std::string, std::pair<fs::path, FileStamp>> found;
-    for (const auto& folder : SharedFolders()) {
-        std::error_code error;
-        fs::recursive_directory_iterator walk(folder, fs::directory_options::skip_permission_denied,
-                                              error);
-        for (; !error && walk != fs::recursive_directory_iterator(); walk.increment(error)) {
-            if (auto stamp = StampOf(walk->path())) {
-                found.emplace(Utf8(walk->path()), std::pair(walk->path(), *stamp));
-            }
+    RequestWalk();
+}
+
+void FileIndex::RequestWalk() {
+    std::lock_guard lock(walkMutex_);
+    ++walksAsked_;
+    if (!walker_.joinable()) {
+        walker_ = std::thread([this] { RunWalks(); });
+    }
+    walkChanged_.notify_all();
+}
+
+bool FileIndex::WaitForWalk(std::chrono::steady_clock::duration limit) {
+    std::unique_lock lock(walkMutex_);
+    return walkChanged_.wait_for(lock, limit, [this] { return walksDone_ == walksAsked_; });
+}
+
+void FileIndex::RunWalks() {
+    std::unique_lock lock(walkMutex_);
+    for (;;) {
+        walkChanged_.wait(lock, [this] { return stopping_ || walksDone_ != walksAsked_; });
+        if (stopping_) {
+            return;
+        }
+        const std::uint64_t request = walksAsked_;
+        lock.unlock();
+        bool ended = true;
+        try {
+            ended = WalkFolders(request);
+        } catch (const std::exception&) {
+            // Out of memory in the middle of a tree: what was found stays, and a thread that
+            // threw would end the process.
+        }
+        lock.lock();
+        if (ended) {
+            walksDone_ = request;
+            walkChanged_.notify_all();
         }
     }
+}
 
+bool FileIndex::WalkFolders(std::uint64_t request) {
+    std::vector<fs::path> folders;
+    std::uint64_t folderChanges = 0;
+    {
+        std::lock_guard lock(mutex_);
+        folders = folders_;
+        folderChanges = folderChanges_;
+    }
+    const std::uint64_t walk = ++walkCount_;
+    const auto outdated = [&] {
+        std::lock_guard lock(walkMutex_);
+        return stopping_ || walksAsked_ != request;
+    };
+    std::vector<Found> found;
+    auto merged = std::chrono::steady_clock::now();
+    const auto onFile = [&](const fs::path& path) {
+        try {
+            if (auto stamp = StampOfFile(path)) {
+                found.push_back(Found{path, Utf8(path), *stamp});
+            }
+        } catch (const std::exception&) {
+            return true; // a name with no UTF-8 form cannot be offered to peers
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (found.size() < kWalkBatch && now - merged < kWalkBatchTime) {
+            return true;
+        }
+        merged = now;
+        return Merge(found, folderChanges, walk);
+    };
+    for (const auto& folder : folders) {
+        if (!WalkTree(folder, onFile, outdated)) {
+            return false;
+        }
+    }
+    if (!Merge(found, folderChanges, walk)) {
+        return false;
+    }
+    Finish(folderChanges, walk);
+    return true;
+}
+
+bool FileIndex::Merge(std::vector<Found>& found, std::uint64_t folderChanges, std::uint64_t walk) {
+    // A folder's files are numbered in the order of their names, whatever order the disk gave.
+    std::sort(found.begin(), found.end(),
+              [](const Found& a, const Found& b) { return a.key < b.key; });
     std::vector<std::uint32_t> queued;
     {
         std::lock_guard lock(mutex_);
+        if (folderChanges != folderChanges_) {
+            return false;
+        }
+        bool changed = false;
+        for (const Found& file : found) {
+            bool added = false;
+            if (const auto known = byPath_.find(file.key); known != byPath_.end()) {
+                const auto entry = entries_.find(known->second);
+                if (entry->second.stamp == file.stamp) {
+                    entry->second.lastWalk = walk;
+                    continue;
+                }
+                added = entry->second.added;
+                Remove(entry);
+            }
+            Insert(file.path, file.key, file.stamp, added, queued).lastWalk = walk;
+            changed = true;
+        }
+        if (changed) {
+            ++revision_;
+        }
+    }
+    found.clear();
+    NotifyWaiting(queued);
+    return true;
+}
+
+void FileIndex::Finish(std::uint64_t folderChanges, std::uint64_t walk) {
+    std::vector<std::pair<std::uint32_t, FileStamp>> added;
+    {
+        std::lock_guard lock(mutex_);
+        if (folderChanges != folderChanges_) {
+            return;
+        }
+        bool removed = false;
         for (auto entry = entries_.begin(); entry != entries_.end();) {
             const auto next = std::next(entry);
-            const std::string key = Utf8(entry->second.file.path);
-            const auto seen = found.find(key);
             if (entry->second.added) {
-                const auto stamp = StampOf(entry->second.file.path);
-                if (!stamp) {
-                    Remove(entry);
-                } else if (*stamp != entry->second.stamp) {
-                    const fs::path path = entry->second.file.path;
-                    Remove(entry);
-                    Insert(path, *stamp, true, queued);
-                }
-                if (seen != found.end()) {
-                    found.erase(seen);
-                }
-            } else if (seen == found.end() || seen->second.second != entry->second.stamp) {
+                added.emplace_back(entry->first, entry->second.stamp);
+            } else if (entry->second.lastWalk != walk) {
                 Remove(entry);
-            } else {
-                found.erase(seen);
+                removed = true;
             }
             entry = next;
         }
-        for (const auto& [key, file] : found) {
-            Insert(file.first, file.second, false, queued);
+        if (removed) {
+            ++revision_;
+        }
+    }
+
+    // Files shared one by one are looked at too, outside the lock like the walk.
+    std::vector<std::pair<std::uint32_t, std::optional<FileStamp>>> now;
+    for (const auto& [index, stamp] : added) {
+        const auto file = FindByIndex(index);
+        if (!file) {
+            continue;
+        }
+        const auto current = StampOf(file->path);
+        if (current != stamp) {
+            now.emplace_back(index, current);
+        }
+    }
+    if (now.empty()) {
+        return;
+    }
+    std::vector<std::uint32_t> queued;
+    {
+        std::lock_guard lock(mutex_);
+        for (const auto& [index, stamp] : now) {
+            const auto entry = entries_.find(index);
+            if (entry == entries_.end()) {
+                continue; // unshared or replaced meanwhile
+            }
+            const fs::path path = entry->second.file.path;
+            const std::string key = Utf8(path);
+            Remove(entry);
+            if (stamp) {
+                Insert(path, key, *stamp, true, queued);
+            }
         }
         ++revision_;
     }
@@ -180,11 +406,17 @@ std::optional<std::uint32_t> FileIndex::AddFile(const fs::path& file) {
     if (!stamp) {
         return std::nullopt;
     }
+    std::string key;
+    try {
+        key = Utf8(absolute);
+    } catch (const std::exception&) {
+        return std::nullopt; // a name with no UTF-8 form cannot be offered to peers
+    }
     std::vector<std::uint32_t> queued;
     std::uint32_t index = 0;
     {
         std::lock_guard lock(mutex_);
-        const auto known = byPath_.find(Utf8(absolute));
+        const auto known = byPath_.find(key);
         if (known != byPath_.end()) {
             Entry& entry = entries_.at(known->second);
             entry.added = true;
@@ -193,17 +425,16 @@ std::optional<std::uint32_t> FileIndex::AddFile(const fs::path& file) {
             }
             Remove(entries_.find(known->second));
         }
-        Insert(absolute, *stamp, true, queued);
-        index = byPath_.at(Utf8(absolute));
+        index = Insert(absolute, key, *stamp, true, queued).file.index;
         ++revision_;
     }
     NotifyWaiting(queued);
     return index;
 }
 
-void FileIndex::Insert(const fs::path& path, const FileStamp& stamp, bool added,
-                       std::vector<std::uint32_t>& queued) {
-    const std::string key = Utf8(path);
+FileIndex::Entry& FileIndex::Insert(const fs::path& path, const std::string& key,
+                                    const FileStamp& stamp, bool added,
+                                    std::vector<std::uint32_t>& queued) {
     Entry entry;
     entry.file.index = nextIndex_++;
     entry.file.path = path;
@@ -219,7 +450,8 @@ void FileIndex::Insert(const fs::path& path, const FileStamp& stamp, bool added,
         queued.push_back(entry.file.index);
     }
     byPath_[key] = entry.file.index;
-    entries_.emplace(entry.file.index, std::move(entry));
+    const std::uint32_t index = entry.file.index;
+    return entries_.emplace(index, std::move(entry)).first->second;
 }
 
 void FileIndex::Remove(std::map<std::uint32_t, Entry>::iterator entry) {
@@ -240,14 +472,14 @@ void FileIndex::NotifyWaiting(const std::vector<std::uint32_t>& queued) {
     if (queued.empty()) {
         return;
     }
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(notifyMutex_);
     if (onHashWaiting_) {
         onHashWaiting_();
     }
 }
 
 void FileIndex::OnHashWaiting(std::function<void()> callback) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(notifyMutex_);
     onHashWaiting_ = std::move(callback);
 }
 
@@ -317,6 +549,11 @@ std::vector<SharedFile> FileIndex::Files() const {
 std::size_t FileIndex::FileCount() const {
     std::lock_guard lock(mutex_);
     return entries_.size();
+}
+
+std::size_t FileIndex::HashedCount() const {
+    std::lock_guard lock(mutex_);
+    return bySha1_.size();
 }
 
 std::uint64_t FileIndex::TotalBytes() const {

@@ -73,4 +73,15 @@ std::string SizeText(std::uint64_t bytes) {
     return text;
 }
 
+RefreshPacer::Clock::duration RefreshPacer::Wait(Clock::time_point now) const {
+    if (!next_ || now >= *next_) {
+        return Clock::duration::zero();
+    }
+    return *next_ - now;
+}
+
+void RefreshPacer::Ran(Clock::time_point started, Clock::time_point ended) {
+    next_ = ended + std::max(ended - started, Clock::duration::zero()) * 9;
+}
+
 } // namespace corvid::library

@@ -2,7 +2,9 @@
 
 // The library panel's model: the file manager's texts read into what the panel lists.
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,5 +32,22 @@ std::vector<std::string> ReadFolderList(std::string_view text);
 
 // Bytes with thousands separators: "4,518,273".
 std::string SizeText(std::uint64_t bytes);
+
+// Spaces the panel's refreshes out by what they cost. Reading a large library's text keeps the
+// user-interface thread busy for a good part of a second, and a library being walked or hashed
+// changes every moment: refreshed at each change, the window would stop answering. After a
+// refresh that took `busy`, the next waits nine times as long, so the thread stays nine tenths
+// free however large the library grows, while a small one is still refreshed at once.
+class RefreshPacer {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // Zero when a refresh may run now, otherwise how long until it may.
+    Clock::duration Wait(Clock::time_point now) const;
+    void Ran(Clock::time_point started, Clock::time_point ended);
+
+private:
+    std::optional<Clock::time_point> next_;
+};
 
 } // namespace corvid::library

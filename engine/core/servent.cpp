@@ -855,6 +855,8 @@ void Servent::SendRaw(Peer& peer, std::string_view text) {
 }
 
 void Servent::SendQrp(Peer& peer) {
+    // Read before the files: a change while the table is built is then sent again.
+    peer.qrp_revision_sent = index_.Revision();
     QueryRouteTable table;
     for (const auto& file : index_.All()) {
         for (const auto& word : TableKeywords(file.name))
@@ -862,7 +864,6 @@ void Servent::SendQrp(Peer& peer) {
         if (!file.sha1.empty())
             table.Add(ToLowerAscii("urn:sha1:" + file.sha1));
     }
-    peer.qrp_revision_sent = index_.Revision();
     peer.qrp_sent_at = clock_();
     for (auto& payload : BuildQrpUpdate(table)) {
         Message m = MakeMessage(Guid::Random(rng_), PayloadType::RouteTable, 1, payload);
@@ -874,7 +875,32 @@ std::uint64_t Servent::MergedTableStamp() const {
     return index_.Revision() * 1000003u + leaf_tables_changed_;
 }
 
+void Servent::NoteTableChanges(Clock::time_point now) {
+    if (auto own = index_.Revision(); own != own_table_seen_) {
+        own_table_seen_ = own;
+        own_table_changed_ = now;
+    }
+    if (auto merged = MergedTableStamp(); merged != merged_table_seen_) {
+        merged_table_seen_ = merged;
+        merged_table_changed_ = now;
+    }
+}
+
+bool Servent::TableDue(std::uint64_t sent, std::optional<Clock::time_point> sent_at,
+                       std::uint64_t current, Clock::time_point changed_at,
+                       Clock::time_point now) const {
+    if (sent == current)
+        return false;
+    if (!sent_at)
+        return true;
+    auto since_sent = now - *sent_at;
+    if (since_sent < config_.qrp_min_interval)
+        return false;
+    return now - changed_at >= config_.qrp_settle || since_sent >= config_.qrp_resend_interval;
+}
+
 void Servent::SendMergedQrp(Peer& peer) {
+    peer.merged_table_sent = MergedTableStamp();
     QueryRouteTable table;
     for (const auto& file : index_.All()) {
         for (const auto& word : TableKeywords(file.name))
@@ -885,7 +911,6 @@ void Servent::SendMergedQrp(Peer& peer) {
     for (const auto& [id, leaf] : peers_)
         if (!leaf->closing && leaf->kind == PeerKind::Leaf && leaf->qrp && leaf->qrp->table())
             table.MergeFrom(*leaf->qrp->table());
-    peer.merged_table_sent = MergedTableStamp();
     peer.merged_table_sent_at = clock_();
     for (auto& payload : BuildQrpUpdate(table))
         SendMessage(peer, MakeMessage(Guid::Random(rng_), PayloadType::RouteTable, 1, payload));
@@ -1081,6 +1106,7 @@ void Servent::Disconnect(PeerId id) {
 
 void Servent::Tick() {
     auto now = clock_();
+    NoteTableChanges(now);
     for (auto& [id, peer] : peers_) {
         if (peer->closing)
             continue;
@@ -1089,13 +1115,14 @@ void Servent::Tick() {
             continue;
         }
         if (peer->state == Peer::State::Open && !ultrapeer_ && peer->kind == PeerKind::Ultrapeer &&
-            peer->supports_qrp && peer->qrp_revision_sent != index_.Revision() &&
-            (!peer->qrp_sent_at || now - *peer->qrp_sent_at >= config_.qrp_resend_interval))
+            peer->supports_qrp &&
+            TableDue(peer->qrp_revision_sent, peer->qrp_sent_at, own_table_seen_,
+                     own_table_changed_, now))
             SendQrp(*peer);
         if (peer->state == Peer::State::Open && ultrapeer_ && peer->kind == PeerKind::Ultrapeer &&
-            peer->last_hop_qrp && peer->merged_table_sent != MergedTableStamp() &&
-            (!peer->merged_table_sent_at ||
-             now - *peer->merged_table_sent_at >= config_.qrp_resend_interval))
+            peer->last_hop_qrp &&
+            TableDue(peer->merged_table_sent, peer->merged_table_sent_at, merged_table_seen_,
+                     merged_table_changed_, now))
             SendMergedQrp(*peer);
     }
     AdvanceDynamicQueries(now);

@@ -74,6 +74,15 @@ struct ServentConfig {
     std::chrono::milliseconds broken_ggep_refill{1000};
     std::chrono::seconds handshake_timeout{15};
     std::chrono::seconds ping_interval{30};
+    // A changed library reaches our ultrapeers in a fresh routing table (and, as an ultrapeer, our
+    // merged table reaches our neighbours) once it has been still for qrp_settle, so a folder
+    // being walked or hashed sends one table, not one per file. Never two tables to a peer within
+    // qrp_min_interval: a table is tens of kilobytes before compression, and one every five
+    // seconds keeps a new folder findable within seconds at a cost next to nothing beside the
+    // query traffic. While the library keeps changing, a table still goes every
+    // qrp_resend_interval.
+    std::chrono::seconds qrp_settle{2};
+    std::chrono::seconds qrp_min_interval{5};
     std::chrono::seconds qrp_resend_interval{60};
     std::chrono::minutes refused_host_rest{10};
     // How long an address we dropped for abuse rests, and how many such addresses we remember.
@@ -242,6 +251,12 @@ private:
     // Our files' and our leaves' tables as one, for ultrapeer neighbours' last hop.
     void SendMergedQrp(Peer& peer);
     std::uint64_t MergedTableStamp() const;
+    // Notes when our own and our merged tables' contents were last seen to change.
+    void NoteTableChanges(Clock::time_point now);
+    // Whether a peer sent the table stamped `sent` at `sent_at` is owed the one stamped `current`,
+    // which changed last at `changed_at`.
+    bool TableDue(std::uint64_t sent, std::optional<Clock::time_point> sent_at,
+                  std::uint64_t current, Clock::time_point changed_at, Clock::time_point now) const;
     bool TolerateBrokenGgep(Peer& peer);
     void Drop(Peer& peer, std::uint16_t code, std::string_view reason);
     // A drop for abuse: counted, and the peer's address rests.
@@ -294,6 +309,10 @@ private:
     std::deque<Pong> pong_cache_;
     std::map<Guid, DynamicQuery> dynamic_;
     std::uint64_t leaf_tables_changed_ = 0;
+    std::uint64_t own_table_seen_ = 0;
+    Clock::time_point own_table_changed_{};
+    std::uint64_t merged_table_seen_ = 0;
+    Clock::time_point merged_table_changed_{};
     // Results of our own searches, for our ultrapeer's status requests; stopped ones say so.
     struct OwnSearch {
         std::size_t results = 0;

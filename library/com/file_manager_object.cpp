@@ -127,11 +127,7 @@ HRESULT FileManagerObject::GetSharedFileCount(long* count) {
         if (!count) {
             return E_POINTER;
         }
-        long hashed = 0;
-        for (const auto& file : library_->index().Files()) {
-            hashed += file.sha1.empty() ? 0 : 1;
-        }
-        *count = hashed;
+        *count = static_cast<long>(library_->index().HashedCount());
         return S_OK;
     });
 }

@@ -74,7 +74,6 @@ void SharedLibrary::ApplyFolders() {
         folders.emplace_back(Wide(folder));
     }
     index_.SetSharedFolders(std::move(folders));
-    index_.Rescan();
 }
 
 void SharedLibrary::Save() const {

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <vector>
 
 namespace corvid::library {
@@ -24,6 +25,7 @@ namespace corvid::library {
 namespace {
 
 constexpr UINT kMsgLibraryChanged = WM_APP + 11;
+constexpr UINT_PTR kRefreshTimer = 1;
 constexpr std::uint32_t kLibraryTitle = 36120; // "Library", the main view's tab title
 constexpr std::uint32_t kFoldersLabel = 37401;
 constexpr std::uint32_t kAddFolderText = 37402;
@@ -163,8 +165,11 @@ public:
     int SharedFileCount() const override { return sharedCount_; }
 
     void OnShow(bool shown) override {
+        shown_ = shown;
         if (shown && !fileManager_) {
             Connect();
+        } else if (shown && stale_) {
+            Guarded([this] { PacedRefresh(); });
         }
     }
 
@@ -218,7 +223,7 @@ private:
                 ::SendMessageA(Item(kLibraryCpuShare), TBM_SETPOS, TRUE, percent);
                 ShowCpuShare(CpuSharePosition());
             }
-            Guarded([this] { Refresh(); });
+            Guarded([this] { PacedRefresh(); });
         }
         ShowControls();
     }
@@ -263,6 +268,41 @@ private:
         }
     }
 
+    // A hidden panel keeps only the status bar's count current and reads the list once shown; a
+    // shown one reads it as often as what that costs allows.
+    void LibraryChanged() {
+        if (!shown_) {
+            stale_ = true;
+            RefreshCount();
+            return;
+        }
+        const auto wait = pacer_.Wait(RefreshPacer::Clock::now());
+        if (wait == RefreshPacer::Clock::duration::zero()) {
+            PacedRefresh();
+        } else if (!refreshWaiting_) {
+            const auto delay = std::chrono::ceil<std::chrono::milliseconds>(wait).count();
+            refreshWaiting_ =
+                ::SetTimer(hwnd(), kRefreshTimer, static_cast<UINT>(delay), nullptr) != 0;
+        }
+    }
+
+    void PacedRefresh() {
+        const auto started = RefreshPacer::Clock::now();
+        Refresh();
+        pacer_.Ran(started, RefreshPacer::Clock::now());
+        stale_ = false;
+    }
+
+    void RefreshCount() {
+        if (!fileManager_) {
+            return;
+        }
+        long count = 0;
+        win::ThrowIfFailed(fileManager_->GetSharedFileCount(&count), IID_IFileManager);
+        sharedCount_ = static_cast<int>(count);
+        site_.SetStatusCounter(shell::kPaneShared, sharedCount_);
+    }
+
     void Refresh() {
         if (!fileManager_) {
             return;
@@ -284,11 +324,7 @@ private:
                                 LVSICF_NOSCROLL | LVSICF_NOINVALIDATEALL);
         ::InvalidateRect(Item(kLibrarySharedFiles), nullptr, FALSE);
         ::InvalidateRect(Item(kLibraryDownloadedFiles), nullptr, FALSE);
-
-        long count = 0;
-        win::ThrowIfFailed(fileManager_->GetSharedFileCount(&count), IID_IFileManager);
-        sharedCount_ = static_cast<int>(count);
-        site_.SetStatusCounter(shell::kPaneShared, sharedCount_);
+        RefreshCount();
     }
 
     // The folder list, keeping the selected folder selected by its text.
@@ -378,7 +414,7 @@ private:
                         pickFolder_(hwnd(), Text(site_.Language(), kPickFolderPrompt))) {
                     win::Bstr path(win::ToWide(*folder).c_str());
                     win::ThrowIfFailed(fileManager_->AddSharedFolder(path.get()), IID_IFileManager);
-                    Refresh();
+                    PacedRefresh();
                 }
             }
             break;
@@ -390,7 +426,7 @@ private:
                     win::Bstr path(win::ToWide(folder).c_str());
                     win::ThrowIfFailed(fileManager_->RemoveSharedFolder(path.get()),
                                        IID_IFileManager);
-                    Refresh();
+                    PacedRefresh();
                 }
             }
             break;
@@ -490,9 +526,17 @@ private:
             while (::PeekMessageA(&queued, hwnd(), kMsgLibraryChanged, kMsgLibraryChanged,
                                   PM_REMOVE)) {
             }
-            Guarded([this] { Refresh(); });
+            Guarded([this] { LibraryChanged(); });
             return 0;
         }
+        case WM_TIMER:
+            if (wParam == kRefreshTimer) {
+                ::KillTimer(hwnd(), kRefreshTimer);
+                refreshWaiting_ = false;
+                Guarded([this] { LibraryChanged(); });
+                return 0;
+            }
+            break;
         case WM_COMMAND:
             Guarded([&] { OnCommand(LOWORD(wParam), HIWORD(wParam)); });
             return 0;
@@ -519,6 +563,10 @@ private:
     std::vector<LibraryRow> shared_;
     std::vector<LibraryRow> downloaded_;
     int sharedCount_ = -1;
+    bool shown_ = false;
+    bool stale_ = false; // changed while hidden
+    RefreshPacer pacer_;
+    bool refreshWaiting_ = false;
 };
 
 } // namespace

@@ -261,7 +261,7 @@ TEST(Handshake, LeafJoinsUltrapeerWithDeflateBothWaysAndSendsItsTable) {
     ASSERT_EQ(ups.size(), 1u);
     EXPECT_TRUE(ups[0].compressed_in && ups[0].compressed_out);
 
-    // Changing the library resends the table, but not more than once a minute.
+    // A change just after the table waits its turn rather than following at once.
     leaf.files.Add("beta.txt", 10, "");
     leaf.servent->Tick();
     net.Run();
@@ -964,6 +964,120 @@ TEST(LastHopQueryRouting, UltrapeersExchangeMergedTablesAndTtlOneQueriesHonourTh
     EXPECT_TRUE(merged.Contains("alpha"));
     EXPECT_TRUE(merged.Contains("beta"));
     EXPECT_FALSE(merged.MatchesQuery("gamma", {}));
+}
+
+} // namespace
+} // namespace corvid::gnutella
+
+namespace corvid::gnutella {
+namespace {
+
+// A leaf sharing more files while it is linked: its ultrapeer, a leaf searching through it and a
+// raw ultrapeer neighbour that takes merged tables, on the test clock ticked once a second.
+class TableUpdates : public ::testing::Test {
+protected:
+    TableUpdates() {
+        up = &net.AddServent(NodeMode::UltraPeer);
+        sharer = &net.AddServent(NodeMode::LeafPeer, {"alpha song.mp3"});
+        asker = &net.AddServent(NodeMode::LeafPeer);
+        net.Link(*sharer, *up);
+        net.Link(*asker, *up);
+        net.Run();
+        neighbour = &net.AddRaw();
+        RawUltrapeer(net, *neighbour, *up, "X-Ultrapeer-Query-Routing: 0.1\r\n");
+        Tick();
+        tables_before = up->recorder.tables;
+        merged_before = MergedTables();
+    }
+
+    void Tick() {
+        net.now += std::chrono::seconds(1);
+        for (auto* s : {up, sharer, asker})
+            s->servent->Tick();
+        net.Run();
+    }
+
+    // Tables the sharer has sent its ultrapeer since the test began.
+    int SharerTables() const { return up->recorder.tables - tables_before; }
+
+    // Whole tables the neighbour has been sent, each begun by a reset, and the last of them.
+    int MergedTables(QrpReceiver* last = nullptr) const {
+        int count = 0;
+        for (const auto& m : OfType(Read(*neighbour, 1), PayloadType::RouteTable)) {
+            if (!m.payload.empty() && m.payload[0] == 0x00) {
+                ++count;
+                if (last)
+                    *last = QrpReceiver();
+            }
+            if (last)
+                last->Apply(m.payload);
+        }
+        return count;
+    }
+
+    std::set<std::string> Search(const std::string& words) {
+        asker->recorder.hits.clear();
+        asker->servent->StartSearch(words);
+        net.Run();
+        std::set<std::string> names;
+        for (const auto& hit : asker->recorder.hits)
+            for (const auto& r : hit.results)
+                names.insert(r.name);
+        return names;
+    }
+
+    SimNet net;
+    SimNet::Station* up = nullptr;
+    SimNet::Station* sharer = nullptr;
+    SimNet::Station* asker = nullptr;
+    SimNet::Station* neighbour = nullptr;
+    int tables_before = 0;
+    int merged_before = 0;
+};
+
+TEST_F(TableUpdates, ANewlySharedFileIsFoundThroughTheUltrapeerWithinSeconds) {
+    EXPECT_TRUE(Search("zephyr").empty());
+    sharer->files.Add("zephyr tune.ogg", 5000, "");
+    const auto changed = net.now;
+    while (SharerTables() == 0 && net.now - changed < std::chrono::seconds(120))
+        Tick();
+    EXPECT_LE(net.now - changed, std::chrono::seconds(8)) << "not a minute later";
+    EXPECT_EQ(Search("zephyr"), std::set<std::string>{"zephyr tune.ogg"});
+
+    // The ultrapeer's neighbours learn it as soon: their last hop reaches the leaf's file too.
+    while (MergedTables() == merged_before && net.now - changed < std::chrono::seconds(120))
+        Tick();
+    EXPECT_LE(net.now - changed, std::chrono::seconds(16));
+    QrpReceiver merged;
+    MergedTables(&merged);
+    ASSERT_TRUE(merged.table().has_value());
+    EXPECT_TRUE(merged.table()->MatchesQuery("zephyr", {}));
+    EXPECT_TRUE(merged.table()->MatchesQuery("alpha", {}));
+}
+
+TEST_F(TableUpdates, ABurstOfChangesSendsOneTableAndAStreamOfThemOneAMinute) {
+    // A folder walked and hashed over four seconds.
+    for (int i = 0; i < 40; ++i) {
+        sharer->files.Add("walked " + std::to_string(i) + ".txt", 100, "");
+        if (i % 10 == 9)
+            Tick();
+    }
+    for (int i = 0; i < 30; ++i)
+        Tick();
+    EXPECT_EQ(SharerTables(), 1);
+    EXPECT_EQ(MergedTables() - merged_before, 1);
+    EXPECT_EQ(Search("walked 39"), std::set<std::string>{"walked 39.txt"});
+
+    // A library that never rests (a large one being hashed) still sends its table each minute.
+    for (int i = 0; i < 150; ++i) {
+        sharer->files.Add("hashed " + std::to_string(i) + ".txt", 100, "");
+        Tick();
+    }
+    EXPECT_EQ(SharerTables(), 1 + 2);
+    for (int i = 0; i < 120; ++i)
+        Tick();
+    EXPECT_EQ(SharerTables(), 1 + 3) << "and once more when it rests";
+    EXPECT_EQ(Search("hashed 149"), std::set<std::string>{"hashed 149.txt"});
 }
 
 } // namespace

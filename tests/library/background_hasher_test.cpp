@@ -15,12 +15,14 @@ TEST(BackgroundHasher, HashesWhatEachRescanQueues) {
     index.SetSharedFolders({shared.path()});
     BackgroundHasher hasher(index, 100);
     index.Rescan();
+    ASSERT_TRUE(index.WaitForWalk());
     hasher.WaitUntilIdle();
     EXPECT_EQ(index.WaitingForHash(), 0u);
     EXPECT_TRUE(index.FindBySha1(ToBase32(Sha1Of("small"))).has_value());
 
     shared.Write("c.bin", "later");
     index.Rescan();
+    ASSERT_TRUE(index.WaitForWalk());
     hasher.WaitUntilIdle();
     EXPECT_TRUE(index.FindBySha1(ToBase32(Sha1Of("later"))).has_value());
 }
@@ -34,6 +36,7 @@ TEST(BackgroundHasher, StopsPromptlyWhileRestingAtALowShare) {
         BackgroundHasher hasher(index, 1);
         hasher.SetCpuShare(0);
         index.Rescan();
+        ASSERT_TRUE(index.WaitForWalk());
     }
     // Abandoned mid-file, the file still waits for the next hasher.
     EXPECT_EQ(index.WaitingForHash(), 1u);

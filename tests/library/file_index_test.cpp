@@ -10,6 +10,18 @@ namespace corvid::library {
 namespace {
 namespace fs = std::filesystem;
 
+constexpr auto kWalkLimit = std::chrono::seconds(30);
+
+void Share(FileIndex& index, const fs::path& folder) {
+    index.SetSharedFolders({folder});
+    ASSERT_TRUE(index.WaitForWalk(kWalkLimit));
+}
+
+void Rescan(FileIndex& index) {
+    index.Rescan();
+    ASSERT_TRUE(index.WaitForWalk(kWalkLimit));
+}
+
 void HashAll(FileIndex& index) {
     while (index.HashNext()) {
     }
@@ -35,15 +47,16 @@ TEST_F(FileIndexTest, ScansFoldersRecursivelyAndHashesEachFile) {
     shared.Write("music/deep/Song_One.mp3", testing::RandomBytes(70000, 1));
     shared.Write("music/empty.txt", "");
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
 
     EXPECT_EQ(Names(index.Files()),
               (std::vector<std::string>{"Holiday Video.avi", "Song_One.mp3", "empty.txt"}));
     EXPECT_EQ(index.WaitingForHash(), 3u);
+    EXPECT_EQ(index.HashedCount(), 0u);
     EXPECT_EQ(index.TotalBytes(), 70000u + 11u);
     HashAll(index);
     EXPECT_EQ(index.WaitingForHash(), 0u);
+    EXPECT_EQ(index.HashedCount(), 3u);
 
     for (const auto& file : index.Files()) {
         std::ifstream in(file.path, std::ios::binary);
@@ -61,8 +74,7 @@ TEST_F(FileIndexTest, QueriesMatchEveryKeywordAnywhereInTheNameIgnoringCase) {
     shared.Write("holiday-song.mp3", "b");
     shared.Write("Work (final).doc", "c");
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     HashAll(index);
 
     EXPECT_EQ(Names(index.Match("HOLIDAY", 10)),
@@ -84,8 +96,7 @@ TEST_F(FileIndexTest, QueriesMatchEveryKeywordAnywhereInTheNameIgnoringCase) {
 TEST_F(FileIndexTest, FindsAFileOnDiskByItsSha1InEitherCase) {
     const auto file = shared.Write("sub/report.pdf", "report");
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     const std::string sha1 = ToBase32(Sha1Of("report"));
     EXPECT_FALSE(index.FindBySha1(sha1).has_value()) << "not hashed yet";
     HashAll(index);
@@ -104,8 +115,7 @@ TEST_F(FileIndexTest, RescanFollowsAddedChangedAndRemovedFiles) {
     const auto changing = shared.Write("changes.txt", "before");
     const auto leaving = shared.Write("leaves.txt", "gone soon");
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     HashAll(index);
     const std::uint32_t staysIndex = index.Match("stays", 1).at(0).index;
     const std::uint64_t revision = index.Revision();
@@ -113,7 +123,7 @@ TEST_F(FileIndexTest, RescanFollowsAddedChangedAndRemovedFiles) {
     fs::remove(leaving);
     shared.Write("changes.txt", "after, and longer");
     shared.Write("new/arrived.txt", "new");
-    index.Rescan();
+    Rescan(index);
     EXPECT_GT(index.Revision(), revision);
     EXPECT_EQ(Names(index.Files()),
               (std::vector<std::string>{"arrived.txt", "changes.txt", "stays.txt"}));
@@ -129,8 +139,7 @@ TEST_F(FileIndexTest, RescanFollowsAddedChangedAndRemovedFiles) {
 TEST_F(FileIndexTest, ACompletedDownloadIsSharedUntilItIsDeleted) {
     const auto download = elsewhere.Write("finished.iso", "iso image");
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     const auto added = index.AddFile(download);
     ASSERT_TRUE(added.has_value());
     EXPECT_EQ(index.AddFile(download), added) << "adding twice keeps one entry";
@@ -138,12 +147,12 @@ TEST_F(FileIndexTest, ACompletedDownloadIsSharedUntilItIsDeleted) {
     EXPECT_FALSE(index.AddFile(elsewhere.path()).has_value()) << "a folder is not a file";
     HashAll(index);
 
-    index.Rescan();
+    Rescan(index);
     ASSERT_EQ(index.FileCount(), 1u);
     EXPECT_EQ(index.FindBySha1(ToBase32(Sha1Of("iso image")))->index, *added);
 
     fs::remove(download);
-    index.Rescan();
+    Rescan(index);
     EXPECT_EQ(index.FileCount(), 0u);
 }
 
@@ -154,8 +163,7 @@ TEST_F(FileIndexTest, LinksInsideASharedFolderAreNotFollowed) {
     fs::create_symlink(secret, shared.path() / "link.txt", error);
     fs::create_directory_symlink(elsewhere.path(), shared.path() / "linked-folder", error);
     FileIndex index;
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     EXPECT_EQ(Names(index.Files()), (std::vector<std::string>{"public.txt"}));
 }
 
@@ -166,16 +174,14 @@ TEST_F(FileIndexTest, HashesComeBackFromTheCacheOnlyForUnchangedFiles) {
     shared.Write("two.bin", "second file");
     {
         FileIndex index(cacheFile);
-        index.SetSharedFolders({shared.path()});
-        index.Rescan();
+        Share(index, shared.path());
         HashAll(index);
         ASSERT_TRUE(index.SaveCache());
     }
     shared.Write("two.bin", "second file, rewritten");
 
     FileIndex index(cacheFile);
-    index.SetSharedFolders({shared.path()});
-    index.Rescan();
+    Share(index, shared.path());
     EXPECT_EQ(index.WaitingForHash(), 1u);
     EXPECT_TRUE(index.FindBySha1(ToBase32(Sha1Of("first file"))).has_value());
     HashAll(index);

@@ -36,5 +36,23 @@ TEST(LibraryText, SizesHaveThousandsSeparators) {
     EXPECT_EQ(SizeText(4518273), "4,518,273");
 }
 
+TEST(RefreshPacer, ACheapRefreshMayFollowAtOnceACostlyOneWaitsNineTimesItsCost) {
+    using namespace std::chrono_literals;
+    RefreshPacer pacer;
+    const RefreshPacer::Clock::time_point start{1h};
+    EXPECT_EQ(pacer.Wait(start), 0ms) << "the first refresh runs at once";
+    pacer.Ran(start, start + 1ms);
+    EXPECT_EQ(pacer.Wait(start + 10ms), 0ms);
+
+    pacer.Ran(start + 10ms, start + 410ms);
+    EXPECT_EQ(pacer.Wait(start + 410ms), 3600ms);
+    EXPECT_EQ(pacer.Wait(start + 4000ms), 10ms);
+    EXPECT_EQ(pacer.Wait(start + 4010ms), 0ms);
+
+    // A clock that went back does not stall the panel.
+    pacer.Ran(start + 5s, start + 4s);
+    EXPECT_EQ(pacer.Wait(start + 4s), 0ms);
+}
+
 } // namespace
 } // namespace corvid::library

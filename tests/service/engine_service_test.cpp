@@ -82,7 +82,7 @@ protected:
         folder_.Write("alpha song.mp3", testing::RandomBytes(3000, 1));
         folder_.Write("beta notes.txt", testing::RandomBytes(1000, 2));
         sharedFiles_.SetSharedFolders({folder_.path()});
-        sharedFiles_.Rescan();
+        EXPECT_TRUE(sharedFiles_.WaitForWalk());
         while (sharedFiles_.HashNext()) {
         }
         ASSERT_FALSE(sharer_.Start(LoopbackOptions(gnutella::NodeMode::UltraPeer)));

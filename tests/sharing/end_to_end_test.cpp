@@ -71,7 +71,7 @@ protected:
         shared_.Write("music/holiday song.mp3", testing::RandomBytes(5000, 22));
         shared_.Write("music/notes.txt", "not about holidays");
         files_.SetSharedFolders({shared_.path()});
-        files_.Rescan();
+        EXPECT_TRUE(files_.WaitForWalk());
         while (files_.HashNext()) {
         }
     }

@@ -61,7 +61,7 @@ protected:
         video_ = testing::RandomBytes(300 * 1024 + 7, 5);
         shared_.Write("clip.avi", video_);
         files_.SetSharedFolders({shared_.path()});
-        files_.Rescan();
+        EXPECT_TRUE(files_.WaitForWalk());
         while (files_.HashNext()) {
         }
         self_.bytes[0] = 0x5A;

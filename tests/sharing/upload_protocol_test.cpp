@@ -103,7 +103,7 @@ protected:
         shared_.Write("sub/notes.txt", "notes");
         outside_.Write("secret.txt", "top secret");
         index_.SetSharedFolders({shared_.path()});
-        index_.Rescan();
+        EXPECT_TRUE(index_.WaitForWalk());
         while (index_.HashNext()) {
         }
         songIndex_ = index_.Match("song", 1).at(0).index;
@@ -207,6 +207,7 @@ TEST_F(DecideUploadTest, NoRequestReachesAFileOutsideTheIndex) {
 TEST_F(DecideUploadTest, AFileLeavesTheSharesAndIsNoLongerServed) {
     std::filesystem::remove(song_);
     index_.Rescan();
+    ASSERT_TRUE(index_.WaitForWalk());
     EXPECT_EQ(Decide("GET /uri-res/N2R?urn:sha1:" + songSha1_ + " HTTP/1.1\r\n\r\n").status, 404);
     EXPECT_EQ(Decide("GET /get/" + std::to_string(songIndex_) + "/Song%20One.mp3 HTTP/1.1\r\n\r\n")
                   .status,

@@ -38,7 +38,7 @@ protected:
         shared_.Write("small.txt", "small file");
         outside_.Write("secret.txt", "top secret");
         index_.SetSharedFolders({shared_.path()});
-        index_.Rescan();
+        EXPECT_TRUE(index_.WaitForWalk());
         while (index_.HashNext()) {
         }
         endpoint_ = server_.Listen({asio::ip::make_address("127.0.0.1"), 0});

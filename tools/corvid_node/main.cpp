@@ -195,7 +195,7 @@ int Run(const Arguments& args) {
     LibraryShareIndex library_index(files);
     if (!args.share_dir.empty()) {
         files.SetSharedFolders({args.share_dir});
-        files.Rescan();
+        files.WaitForWalk();
         while (files.HashNext()) {
         }
         std::cout << "sharing " << files.FileCount() << " files from " << args.share_dir

@@ -167,14 +167,47 @@ TEST_F(FileManagerInProcess, SharesAFolderHashesItAndFindsFilesBySha1) {
     EXPECT_EQ(Elements(text, "file").size(), 3u);
     EXPECT_EQ(Elements(text, "progress"), std::vector<std::string>(3, "100"));
 
-    // The hash cache spares a new library object from hashing the same files again.
+    // The hash cache spares a new library object from hashing the same files again: a file
+    // rewritten behind its back with its size and time kept still carries the remembered hash,
+    // where hashing it again would have found another.
     files_.reset();
+    const fs::path second = folder_ / "second.txt";
+    const auto secondSha1 = library::HashFile(second);
+    ASSERT_TRUE(secondSha1);
+    const auto written = fs::last_write_time(second);
+    WriteRandomFile(second, 1000, 4);
+    fs::last_write_time(second, written);
     ASSERT_EQ(CreateLikeThePlugIn(CLSID_FileManager, IID_IFileManager, files_.put_void()), S_OK);
-    EXPECT_EQ(SharedCount(files_.get()), 3) << "hashed at once from the cache";
+    ASSERT_TRUE(PumpUntil([&] { return SharedCount(files_.get()) == 3; }, kWaitMs));
+    ASSERT_EQ(files_->FindBySha1(WideBstr(win::ToWide(*secondSha1)).get(), path.put()), S_OK);
+    EXPECT_EQ(::lstrcmpiW(path.get(), second.wstring().c_str()), 0) << "hashed from the cache";
 
     ASSERT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
     EXPECT_EQ(SharedCount(files_.get()), 0);
     EXPECT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_FALSE);
+}
+
+TEST_F(FileManagerInProcess, ALargeFolderIsWalkedInTheBackgroundAndEveryFileArrives) {
+    constexpr int kFiles = 1000;
+    for (int i = 0; i < kFiles; ++i) {
+        const fs::path part = folder_ / "many" / ("part " + std::to_string(i % 20));
+        fs::create_directories(part);
+        std::ofstream(part / ("walked " + std::to_string(i) + ".txt"), std::ios::binary) << i;
+    }
+    ASSERT_EQ(files_->AddSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
+    std::string text;
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            Bstr library;
+            files_->GetLibraryText(library.put());
+            text = Narrow(library.get());
+            return Elements(text, "file").size() == kFiles + 3u;
+        },
+        kWaitMs))
+        << Elements(text, "file").size() << " files";
+    ASSERT_TRUE(PumpUntil([&] { return SharedCount(files_.get()) == kFiles + 3; }, kWaitMs));
+    ASSERT_EQ(files_->RemoveSharedFolder(WideBstr(folder_.wstring()).get()), S_OK);
+    EXPECT_EQ(SharedCount(files_.get()), 0) << "unshared at once";
 }
 
 TEST_F(FileManagerInProcess, RefusesWhatItCannotShareAndChangesNothing) {

@@ -34,6 +34,7 @@ public:
     std::vector<std::string> removed;
     long cpuShare = 25;
     bool shareDownloads = true;
+    int textReads = 0;
 
     void Changed() { Fire(DIID__IFileManagerEvents, 1); }
 
@@ -73,6 +74,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE ShareDownload(BSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetLibraryText(BSTR* text) override {
+        ++textReads;
         std::string all = "<library>";
         for (const File& f : files) {
             all += "<file><name>" + f.name + "</name><path>" + f.path + "</path><size>" +

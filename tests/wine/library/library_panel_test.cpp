@@ -89,6 +89,25 @@ TEST_F(LibraryPanelTest, TheFileManagersChangesAreShown) {
     EXPECT_EQ(site.counters[shell::kPaneShared], 3);
 }
 
+TEST_F(LibraryPanelTest, AHiddenPanelKeepsTheCountAndReadsTheListWhenShown) {
+    Open();
+    panel->OnShow(false);
+    const int reads = manager->textReads;
+    manager->files[1].sha1 = "MMMMMMMMMMMMMMMMMMMMMMMMMMMMMMMM";
+    manager->files.push_back({"walked.txt", "C:\\Shared\\Music\\walked.txt", 5, "", 0, false});
+    manager->Changed();
+    ASSERT_TRUE(PumpUntil([&] { return site.counters[shell::kPaneShared] == 3; }));
+    EXPECT_EQ(panel->SharedFileCount(), 3);
+    EXPECT_EQ(manager->textReads, reads) << "a large library is not read for nobody to see";
+    EXPECT_EQ(ListView_GetItemCount(Item(library::kLibrarySharedFiles)), 3);
+
+    panel->OnShow(true);
+    HWND shared = Item(library::kLibrarySharedFiles);
+    ASSERT_EQ(ListView_GetItemCount(shared), 4);
+    EXPECT_EQ(ListViewText(shared, 3, 0), "walked.txt");
+    EXPECT_EQ(ListViewText(shared, 1, 3), "Hashed");
+}
+
 TEST_F(LibraryPanelTest, FoldersAreAddedThroughThePickerAndRemovedAtOnce) {
     Open();
     picked = std::nullopt;
