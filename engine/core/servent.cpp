@@ -493,9 +493,7 @@ void Servent::Dispatch(Peer& peer, Message&& message) {
     if (h.ttl + h.hops > kMaxTtlPlusHops)
         h.ttl = static_cast<std::uint8_t>(kMaxTtlPlusHops - std::min<int>(h.hops, kMaxTtlPlusHops));
     if (message.payload.size() > PayloadLimit(message.type())) {
-        if (!peer.oversized.Take(
-                clock_(), kOversizedBurst,
-                std::chrono::duration_cast<std::chrono::milliseconds>(kOversizedRefill))) {
+        if (!peer.oversized.Take(clock_(), kOversizedBurst, kOversizedRefill)) {
             DropForAbuse(peer, 400, "Oversized messages");
         }
         return;
